@@ -1,0 +1,148 @@
+// The worker's life.
+
+#include "api_xcp_daq.h"
+#include "api_xcp_daq_threads.h"
+#include "host_double.h"
+#include "table.h"
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <future>
+#include <thread>
+
+using namespace std::chrono_literals;
+using host_double::host;
+using table::Bytes;
+
+namespace {
+
+class Worker : public testing::Test {
+  protected:
+    api_xcp_daq object;
+
+    Worker() {
+        host().define("v", host_double::real);
+        table::add_plain("v", 0, 0, 0, 1, MODE_TIMESTAMP);
+    }
+    ~Worker() override { object.stopWorkerThreads(); }
+
+    static void push(std::uint8_t value) {
+        const Bytes payload = table::datagram({{0, 0, value}});
+        api_xcp_daq_push_frame(payload.data(), payload.size());
+    }
+    static void push_stamped(std::uint8_t value) {
+        const Bytes payload = table::datagram({{0, 0, 1, 0, 0, 0, value}});
+        api_xcp_daq_push_frame(payload.data(), payload.size());
+    }
+    // All frames so far have been taken, and the worker is through with them.
+    void drain() {
+        while (XCPFrameBuffer.size() > 0)
+            std::this_thread::yield();
+        object.stopWorkerThreads();
+    }
+};
+
+TEST_F(Worker, DecodesWhileEnabled) {
+    object.startWorkerThreads();
+    api_xcp_daq::enableDAQProcessing();
+    push(1);
+    push(2);
+    const auto writes = host().await_writes(2);
+    ASSERT_EQ(writes.size(), 2U);
+    EXPECT_EQ(writes[0].value + 10 * writes[1].value, 21);
+    object.stopWorkerThreads();
+    EXPECT_EQ(host().calls, std::vector<std::string>{"setprio 0 22"});
+}
+
+TEST_F(Worker, DiscardsFramesWhileDisabled) {
+    push(1);
+    object.startWorkerThreads();
+    drain();
+    api_xcp_daq::enableDAQProcessing();
+    object.startWorkerThreads();
+    push(2);
+    EXPECT_EQ(host().await_writes(1).at(0).value, 2);
+    api_xcp_daq::disableDAQProcessing();
+    push(3);
+    drain();
+    EXPECT_EQ(host().writes().size(), 1U);
+}
+
+TEST_F(Worker, FramesWaitBetweenStopAndStart) {
+    api_xcp_daq::enableDAQProcessing();
+    object.startWorkerThreads();
+    push(1);
+    EXPECT_EQ(host().await_writes(1).size(), 1U);
+    object.stopWorkerThreads();
+    push(2);
+    EXPECT_EQ(XCPFrameBuffer.size(), 1U);
+    object.startWorkerThreads();
+    EXPECT_EQ(host().await_writes(2).at(1).value, 2);
+}
+
+TEST_F(Worker, TheFirstFrameAfterAStartSetsTheBaseEvenWhileDisabled) {
+    object.startWorkerThreads();
+    push(1);
+    drain();
+    timespec before{};
+    clock_gettime(CLOCK_REALTIME, &before);
+    api_xcp_daq::enableDAQProcessing();
+    object.startWorkerThreads();
+    push_stamped(2);
+    const timespec base = host().await_writes(1).at(0).sampleTime;
+    EXPECT_GE(std::pair(base.tv_sec, base.tv_nsec), std::pair(before.tv_sec, before.tv_nsec))
+        << "stamped afresh";
+    EXPECT_LE(base.tv_sec, before.tv_sec + 60);
+}
+
+TEST_F(Worker, AnIdleWorkerStopsAtOnce) {
+    object.startWorkerThreads();
+    const auto start = std::chrono::steady_clock::now();
+    object.stopWorkerThreads();
+    EXPECT_LT(std::chrono::steady_clock::now() - start, 2s);
+}
+
+TEST_F(Worker, OneWorkerAtATimeBelongsToTheObjectThatStartedIt) {
+    api_xcp_daq other;
+    other.stopWorkerThreads();
+    EXPECT_EQ(frameThreadStopped, 0) << "a stop without a worker changes nothing";
+    object.startWorkerThreads();
+    object.startWorkerThreads();
+    other.startWorkerThreads();
+    other.stopWorkerThreads();
+    EXPECT_EQ(frameThreadStopped, 0);
+    api_xcp_daq::enableDAQProcessing();
+    push(1);
+    EXPECT_EQ(host().await_writes(1).size(), 1U);
+    object.stopWorkerThreads();
+    object.stopWorkerThreads();
+    EXPECT_EQ(host().calls.size(), 1U);
+    other.startWorkerThreads();
+    push(2);
+    EXPECT_EQ(host().await_writes(2).size(), 2U);
+    other.stopWorkerThreads();
+}
+
+TEST_F(Worker, StopWaitsForTheFrameInHand) {
+    std::promise<void> inside;
+    std::promise<void> goOn;
+    host().onWrite = [&] {
+        inside.set_value();
+        goOn.get_future().wait();
+    };
+    api_xcp_daq::enableDAQProcessing();
+    object.startWorkerThreads();
+    push(1);
+    inside.get_future().wait();
+    std::thread stopper([&] { object.stopWorkerThreads(); });
+    while (frameThreadStopped == 0)
+        std::this_thread::yield();
+    push(2);
+    goOn.set_value();
+    stopper.join();
+    EXPECT_EQ(host().writes().size(), 1U);
+    EXPECT_EQ(XCPFrameBuffer.size(), 1U);
+}
+
+} // namespace
