@@ -7,6 +7,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <span>
+#include <vector>
 
 namespace xcp_daq {
 
@@ -28,6 +29,17 @@ struct XcpMessage {
     bool is_daq() const { return !packet.empty() && packet[0] <= last_daq_pid; }
     bool is_service_request() const { return !packet.empty() && packet[0] == service_request_pid; }
 };
+
+// Appends one message to a payload. The packet has at most 65535 bytes.
+inline void append_message(std::vector<std::uint8_t>& payload, std::uint16_t ctr,
+                           std::span<const std::uint8_t> packet) {
+    const auto length = static_cast<std::uint16_t>(packet.size());
+    payload.push_back(static_cast<std::uint8_t>(length));
+    payload.push_back(static_cast<std::uint8_t>(length >> 8));
+    payload.push_back(static_cast<std::uint8_t>(ctr));
+    payload.push_back(static_cast<std::uint8_t>(ctr >> 8));
+    payload.insert(payload.end(), packet.begin(), packet.end());
+}
 
 // Walks the messages of one payload without reading beyond it.
 class XcpMessageWalk {

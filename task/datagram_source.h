@@ -1,0 +1,43 @@
+#pragma once
+// Where the datagrams of a run come from.
+
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <vector>
+
+namespace task {
+
+// Payload of one datagram, valid during the call.
+using DatagramSink = std::function<void(const std::uint8_t*, std::uint64_t)>;
+
+class DatagramSource {
+  public:
+    virtual ~DatagramSource() = default;
+
+    // Begins to hand datagrams to the sink, on one thread of the source's own.
+    virtual void start(DatagramSink sink) = 0;
+
+    // After start(): where the datagrams come from, in a few words.
+    virtual std::string description() const = 0;
+
+    // Whether nothing more will come by itself: the end of a file, or an error.
+    virtual bool ended() const = 0;
+
+    // Hands on what has arrived, then ends the thread. Throws Failure when the source had failed.
+    virtual void stop() = 0;
+
+    // What did not reach the sink.
+    struct Losses {
+        std::uint64_t kernelDrops = 0;
+        std::uint64_t foreign = 0;  // from another address or port, or not UDP at all
+        std::uint64_t failures = 0; // datagrams for which there was no memory
+    };
+    virtual Losses losses() const = 0;
+
+    // After stop(), when all that was handed on has been decoded: a line for each variable that has
+    // not got what the source knows it has sent. Most sources know nothing.
+    virtual std::vector<std::string> missing_values() const { return {}; }
+};
+
+} // namespace task

@@ -1,0 +1,44 @@
+#pragma once
+// How a run ended, as the shell sees it, and the error that carries such an end.
+
+#include <stdexcept>
+#include <string>
+
+namespace task {
+
+enum class ExitStatus {
+    success = 0,
+    options = 1,
+    values_missing = 2,
+    file = 3,
+    network = 4,
+    internal = 5,
+};
+
+struct ExitStatusText {
+    ExitStatus status;
+    const char* meaning;
+};
+
+// All of them, for --help.
+constexpr ExitStatusText exit_statuses[] = {
+    {ExitStatus::success, "the run ended as it should"},
+    {ExitStatus::options, "wrong options"},
+    {ExitStatus::values_missing, "values that were sent did not arrive"},
+    {ExitStatus::file, "a file is missing, cannot be read or is wrong"},
+    {ExitStatus::network, "the network cannot be used as asked, or failed while receiving"},
+    {ExitStatus::internal, "the task itself failed, for want of memory or threads"},
+};
+
+// One line for the user, without the task's name.
+class Failure : public std::runtime_error {
+  public:
+    Failure(ExitStatus status, const std::string& line)
+        : std::runtime_error(line), status_(status) {}
+    ExitStatus status() const { return status_; }
+
+  private:
+    ExitStatus status_;
+};
+
+} // namespace task

@@ -1,0 +1,50 @@
+#include "message_counter.h"
+
+#include "xcp_message.h"
+
+namespace task {
+
+namespace {
+
+// There is one writer.
+void add(std::atomic<std::uint64_t>& counter, std::uint64_t amount) {
+    counter.store(counter.load(std::memory_order_relaxed) + amount, std::memory_order_relaxed);
+}
+
+} // namespace
+
+void MessageCounter::take(const std::uint8_t* data, std::uint64_t length) {
+    xcp_daq::XcpMessageWalk messages({data, length});
+    std::uint64_t count = 0;
+    std::uint64_t daqPackets = 0;
+    for (xcp_daq::XcpMessage message{}; messages.next(message); ++count) {
+        check_ctr(message.ctr);
+        daqPackets += message.is_daq() ? 1 : 0;
+    }
+    add(datagrams_, 1);
+    add(bytes_, length);
+    add(messages_, count);
+    add(daqPackets_, daqPackets);
+    add(cutOff_, messages.cut_off() ? 1 : 0);
+}
+
+// The counter wraps, so what lies in the half behind the expected value is taken as the past.
+void MessageCounter::check_ctr(std::uint16_t ctr) {
+    constexpr std::uint16_t half = 0x8000;
+    const auto ahead = static_cast<std::uint16_t>(ctr - expected_.value_or(ctr));
+    if (ahead >= half) {
+        add(repeated_, 1);
+        return;
+    }
+    if (ahead > 0) {
+        add(gaps_, 1);
+        add(missing_, ahead);
+    }
+    expected_ = static_cast<std::uint16_t>(ctr + 1);
+}
+
+MessageCounts MessageCounter::counts() const {
+    return {datagrams_, bytes_, messages_, daqPackets_, gaps_, missing_, repeated_, cutOff_};
+}
+
+} // namespace task

@@ -1,0 +1,37 @@
+#pragma once
+// Looks at the messages of every datagram before the library does, which does not look at CTR.
+
+#include <atomic>
+#include <cstdint>
+#include <optional>
+
+namespace task {
+
+struct MessageCounts {
+    std::uint64_t datagrams = 0;
+    std::uint64_t bytes = 0;
+    std::uint64_t messages = 0;
+    std::uint64_t daqPackets = 0;
+    std::uint64_t gaps = 0;     // places where CTR jumped ahead
+    std::uint64_t missing = 0;  // messages that these jumps left out
+    std::uint64_t repeated = 0; // messages with a CTR from the past: sent twice, or overtaken
+    std::uint64_t cutOff = 0;   // datagrams that end inside a message
+};
+
+// take() belongs to the thread that receives; counts() may be called from any thread.
+class MessageCounter {
+  public:
+    void take(const std::uint8_t* data, std::uint64_t length);
+    MessageCounts counts() const;
+
+  private:
+    void check_ctr(std::uint16_t ctr);
+
+    // The receiving thread's; CTR may start anywhere.
+    std::optional<std::uint16_t> expected_;
+
+    std::atomic<std::uint64_t> datagrams_ = 0, bytes_ = 0, messages_ = 0, daqPackets_ = 0;
+    std::atomic<std::uint64_t> gaps_ = 0, missing_ = 0, repeated_ = 0, cutOff_ = 0;
+};
+
+} // namespace task

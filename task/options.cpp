@@ -1,0 +1,72 @@
+#include "options.h"
+
+#include "exit_status.h"
+
+#include <CLI/CLI.hpp>
+#include <fmt/format.h>
+
+#include <iostream>
+
+namespace task {
+
+namespace {
+
+std::string exit_status_help() {
+    std::string text = "Exit status:\n";
+    for (const auto& [status, meaning] : exit_statuses)
+        text += fmt::format("  {}  {}\n", static_cast<int>(status), meaning);
+    return text;
+}
+
+} // namespace
+
+std::optional<Options> parse_options(int argc, const char* const* argv) {
+    Options options;
+    CLI::App app("Receives the DAQ packets of an XCP slave and keeps the latest value of every "
+                 "measurement, with its sample time.",
+                 "xcp_daq_task");
+    app.add_option("SPEC", options.spec, "Spec file: server, DAQ lists and their variables")
+        ->required();
+    app.add_option("--table", options.table,
+                   "Measurement table: where each value lies in the packets")
+        ->required();
+    app.add_option("--variables", options.variables,
+                   "Variables of the host (default: those that the spec file lists, all real)");
+
+    auto* sources = app.add_option_group("Source of the datagrams");
+    auto* listen = sources->add_option("--listen", options.listen,
+                                       "ADDRESS:PORT to receive on (default: 127.0.0.1 and the "
+                                       "server's port)");
+    bool simulated = false;
+    auto* simulate = sources->add_flag("--simulate", simulated,
+                                       "A simulated slave that sends what the table lays out");
+    auto* capture =
+        sources->add_option("--pcap", options.capture, "A capture file of the slave's datagrams");
+    listen->excludes(simulate, capture);
+    simulate->excludes(capture);
+    std::string pace = "recorded";
+    app.add_option("--pace", pace, "Pace of a capture: as recorded, or as fast as it goes")
+        ->check(CLI::IsMember({"recorded", "max"}))
+        ->capture_default_str()
+        ->needs(capture);
+    app.add_option("--seconds", options.seconds, "End after so many seconds")
+        ->check(CLI::PositiveNumber);
+    app.footer(exit_status_help());
+
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::CallForHelp&) {
+        std::cout << app.help();
+        return std::nullopt;
+    } catch (const CLI::ParseError& error) {
+        throw Failure(ExitStatus::options, fmt::format("{} (see --help)", error.what()));
+    }
+    if (simulated)
+        options.source = SourceKind::simulate;
+    if (*capture)
+        options.source = SourceKind::capture;
+    options.recordedPace = pace == "recorded";
+    return options;
+}
+
+} // namespace task

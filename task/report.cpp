@@ -1,0 +1,95 @@
+#include "report.h"
+
+#include "api_xcp_daq.h"
+#include "variable_store.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <iterator>
+
+namespace task {
+
+namespace {
+
+using halmor_standin::Sample;
+using halmor_standin::Variable;
+using halmor_standin::VariableStore;
+
+std::string value_text(const Sample& sample) {
+    return sample.updates == 0 ? "-" : fmt::format("{:.15g}", sample.value);
+}
+
+std::string time_text(const Sample& sample) {
+    return sample.updates == 0
+               ? "never"
+               : fmt::format("{}.{:09}", sample.sampleTime.tv_sec, sample.sampleTime.tv_nsec);
+}
+
+std::size_t unbound_entries() {
+    std::size_t count = 0;
+    for (const xcpDAQList& list : appData.daqList)
+        count += static_cast<std::size_t>(
+            std::count_if(list.odtEntryMap.begin(), list.odtEntryMap.end(),
+                          [](const auto& place) { return place.second->hostVar == nullptr; }));
+    return count;
+}
+
+} // namespace
+
+std::string progress_line(const RunCounts& now, const RunCounts& before) {
+    const double interval = std::max(now.seconds - before.seconds, 1e-3);
+    return fmt::format("{:5.1f} s  {} datagrams  {} DAQ packets  {} values  {:.0f} values/s  "
+                       "{} CTR gaps  {} kernel drops  {} waiting\n",
+                       now.seconds, now.messages.datagrams, now.messages.daqPackets, now.values,
+                       static_cast<double>(now.values - before.values) / interval,
+                       now.messages.gaps, now.losses.kernelDrops, now.waiting);
+}
+
+std::string variable_table() {
+    const auto& variables = VariableStore::instance().variables();
+    std::size_t width = 8;
+    for (const Variable& variable : variables)
+        width = std::max(width, variable.name().size());
+    std::string text;
+    const auto out = std::back_inserter(text);
+    fmt::format_to(out, "{:{}}  {:>22}  {:>21}  {:>10}\n", "variable", width, "value",
+                   "sample time (s)", "updates");
+    for (const Variable& variable : variables) {
+        const Sample sample = variable.read();
+        fmt::format_to(out, "{:{}}  {:>22}  {:>21}  {:>10}\n", variable.name(), width,
+                       value_text(sample), time_text(sample), sample.updates);
+    }
+    if (const std::size_t unbound = unbound_entries(); unbound > 0)
+        fmt::format_to(out, "{} entries of the table are fillers: no variable takes them\n",
+                       unbound);
+    return text;
+}
+
+std::string closing_counts(const RunCounts& counts) {
+    const MessageCounts& m = counts.messages;
+    std::string text;
+    const auto out = std::back_inserter(text);
+    fmt::format_to(out, "datagrams     {} ({} bytes)\n", m.datagrams, m.bytes);
+    fmt::format_to(out, "messages      {}\n", m.messages);
+    fmt::format_to(out, "DAQ packets   {}\n", m.daqPackets);
+    fmt::format_to(out, "values        {}\n", counts.values);
+    fmt::format_to(out, "rate          {:.0f} values/s over {:.1f} s\n",
+                   static_cast<double>(counts.values) / std::max(counts.seconds, 1e-3),
+                   counts.seconds);
+    fmt::format_to(out, "CTR gaps      {} ({} messages missing, {} repeated or late)\n", m.gaps,
+                   m.missing, m.repeated);
+    fmt::format_to(out, "kernel drops  {}\n", counts.losses.kernelDrops);
+    if (m.cutOff > 0)
+        fmt::format_to(out, "cut off       {} datagrams end inside a message\n", m.cutOff);
+    if (counts.losses.foreign > 0)
+        fmt::format_to(out, "not taken     {} datagrams from elsewhere\n", counts.losses.foreign);
+    if (counts.losses.failures > 0)
+        fmt::format_to(out, "not taken     {} datagrams for want of memory\n",
+                       counts.losses.failures);
+    if (counts.waiting > 0)
+        fmt::format_to(out, "not decoded   {} frames\n", counts.waiting);
+    return text;
+}
+
+} // namespace task

@@ -1,0 +1,159 @@
+#include "run.h"
+
+#include "api_xcp_daq.h"
+#include "api_xcp_daq_threads.h"
+#include "capture_source.h"
+#include "configuration.h"
+#include "file_error.h"
+#include "report.h"
+#include "simulated_source.h"
+#include "termination_signals.h"
+#include "udp_source.h"
+#include "variable_store.h"
+
+#include <chrono>
+#include <cstdio>
+#include <iostream>
+#include <memory>
+#include <stdexcept>
+
+namespace task {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+using halmor_standin::UdpEndpoint;
+using namespace std::chrono_literals;
+
+constexpr auto progress_interval = 1s;
+constexpr auto longest_wait = 20ms; // until the end of a source is noticed
+
+UdpEndpoint listen_endpoint(const Options& options, const UdpEndpoint& server) {
+    try {
+        return options.listen ? halmor_standin::parse_endpoint(*options.listen)
+                              : halmor_standin::resolve_endpoint("127.0.0.1", server.port);
+    } catch (const std::invalid_argument& error) {
+        throw Failure(ExitStatus::options, std::string("--listen: ") + error.what());
+    }
+}
+
+std::unique_ptr<DatagramSource> make_source(const Options& options) {
+    if (options.source == SourceKind::simulate)
+        return std::make_unique<SimulatedSource>();
+    const UdpEndpoint server = server_endpoint(options);
+    if (options.source == SourceKind::capture)
+        return std::make_unique<CaptureSource>(options.capture, server, options.recordedPace);
+    return std::make_unique<UdpSource>(listen_endpoint(options, server), server);
+}
+
+void print(const std::string& text) {
+    std::cout << text << std::flush;
+}
+
+std::uint64_t values_written() {
+    std::uint64_t values = 0;
+    for (const auto& variable : halmor_standin::VariableStore::instance().variables())
+        values += variable.read().updates;
+    return values;
+}
+
+// The worker with decoding on, for as long as the object lives.
+class Worker {
+  public:
+    explicit Worker(api_xcp_daq& daq) : daq_(daq) {
+        daq_.startWorkerThreads();
+        api_xcp_daq::enableDAQProcessing();
+    }
+    // Decoding goes off after the worker has ended: the other way round its last frame would be
+    // discarded now and then.
+    ~Worker() {
+        daq_.stopWorkerThreads();
+        api_xcp_daq::disableDAQProcessing();
+    }
+    Worker(const Worker&) = delete;
+    Worker& operator=(const Worker&) = delete;
+
+  private:
+    api_xcp_daq& daq_;
+};
+
+class Run {
+  public:
+    explicit Run(const Options& options) : options_(options) {}
+
+    ExitStatus execute() {
+        configure(daq_, options_);
+        source_ = make_source(options_);
+        {
+            const Worker worker(daq_);
+            start_ = Clock::now();
+            source_->start([this](const std::uint8_t* data, std::uint64_t length) {
+                counter_.take(data, length);
+                api_xcp_daq_push_frame(data, length);
+            });
+            print("datagrams " + source_->description() + "\n");
+            watch();
+            source_->stop();
+            drain();
+        }
+        print(variable_table() + closing_counts(counts()));
+        return judge();
+    }
+
+  private:
+    RunCounts counts() const {
+        const std::chrono::duration<double> elapsed = Clock::now() - start_;
+        return {counter_.counts(), source_->losses(), values_written(), XCPFrameBuffer.size(),
+                elapsed.count()};
+    }
+
+    bool time_is_up() const {
+        return options_.seconds &&
+               Clock::now() - start_ >= std::chrono::duration<double>(*options_.seconds);
+    }
+
+    void watch() {
+        RunCounts before;
+        auto nextLine = start_ + progress_interval;
+        while (!signals_.wait(longest_wait) && !source_->ended() && !time_is_up()) {
+            if (Clock::now() < nextLine)
+                continue;
+            const RunCounts now = counts();
+            print(progress_line(now, before));
+            before = now;
+            nextLine += progress_interval;
+        }
+    }
+
+    // Until the worker has taken every frame, or a second signal says not to wait for it.
+    void drain() {
+        while (XCPFrameBuffer.size() > 0 && !signals_.wait(1ms)) {
+        }
+    }
+
+    ExitStatus judge() const {
+        const auto missing = source_->missing_values();
+        for (const std::string& line : missing)
+            std::fprintf(stderr, "xcp_daq_task: %s\n", line.c_str());
+        return missing.empty() ? ExitStatus::success : ExitStatus::values_missing;
+    }
+
+    const Options& options_;
+    TerminationSignals signals_; // before anything that starts a thread
+    api_xcp_daq daq_;
+    MessageCounter counter_;
+    std::unique_ptr<DatagramSource> source_;
+    Clock::time_point start_;
+};
+
+} // namespace
+
+ExitStatus run(const Options& options) {
+    try {
+        return Run(options).execute();
+    } catch (const halmor_standin::FileError& error) {
+        throw Failure(ExitStatus::file, error.what());
+    }
+}
+
+} // namespace task

@@ -1,0 +1,169 @@
+#include "simulated_slave.h"
+
+#include "byte_order.h"
+#include "xcp_message.h"
+
+#include <sys/socket.h>
+
+#include <cerrno>
+#include <chrono>
+#include <cmath>
+#include <condition_variable>
+#include <cstring>
+#include <mutex>
+#include <numbers>
+#include <stop_token>
+#include <system_error>
+
+namespace task {
+
+using halmor_standin::UdpEndpoint;
+
+namespace {
+
+constexpr std::chrono::milliseconds cycle_time{1};
+constexpr std::uint32_t cycle_nanoseconds = 1'000'000;
+constexpr std::uint32_t list_nanoseconds = 1'000; // between lists of one cycle
+constexpr std::uint32_t first_timestamp = 0U - 1'500'000'000U;
+constexpr std::uint64_t list_periods[MAX_NUMBER_DAQ_LISTS] = {1, 5, 20, 100}; // cycles
+constexpr std::size_t largest_payload = 1400;
+
+template <class Unsigned>
+void append_raw(std::vector<std::uint8_t>& packet, std::uint64_t raw, int byteOrder) {
+    auto value = static_cast<Unsigned>(raw);
+    if (byteOrder == 0)
+        value = xcp_daq::reverse_bytes(value);
+    const auto* bytes = reinterpret_cast<const std::uint8_t*>(&value);
+    packet.insert(packet.end(), bytes, bytes + sizeof value);
+}
+
+void append_value(std::vector<std::uint8_t>& packet, std::uint64_t raw,
+                  const odt_table_entry& entry) {
+    switch (entry.size) {
+    case 1:
+        return append_raw<std::uint8_t>(packet, raw, entry.byteOrder);
+    case 2:
+        return append_raw<std::uint16_t>(packet, raw, entry.byteOrder);
+    case 4:
+        return append_raw<std::uint32_t>(packet, raw, entry.byteOrder);
+    case 8:
+        return append_raw<std::uint64_t>(packet, raw, entry.byteOrder);
+    default: // a filler
+        packet.resize(packet.size() + static_cast<std::size_t>(std::max(entry.size, 0)));
+    }
+}
+
+// A sine over the whole range of the raw value; of 8 bytes, over 40 bits, as a slow counter has it.
+std::uint64_t wave(int size, double hertz, std::uint64_t cycle) {
+    const int bits = std::min(8 * size, 40);
+    const double seconds = static_cast<double>(cycle) * cycle_nanoseconds * 1e-9;
+    const double level = 0.5 + 0.5 * std::sin(2.0 * std::numbers::pi * hertz * seconds);
+    return static_cast<std::uint64_t>(level * (std::ldexp(1.0, bits) - 1.0));
+}
+
+halmor_standin::FileDescriptor loopback_socket() {
+    halmor_standin::FileDescriptor socket(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    const sockaddr_in any = to_sockaddr(halmor_standin::parse_endpoint("127.0.0.1:0"));
+    if (socket.get() < 0 ||
+        bind(socket.get(), reinterpret_cast<const sockaddr*>(&any), sizeof any) != 0)
+        throw std::system_error(errno, std::generic_category(),
+                                "no socket for the simulated slave");
+    return socket;
+}
+
+} // namespace
+
+SimulatedSlave::SimulatedSlave() : socket_(loopback_socket()) {
+    for (std::uint8_t number = 0; number < MAX_NUMBER_DAQ_LISTS; ++number)
+        add_list(number);
+}
+
+SimulatedSlave::~SimulatedSlave() {
+    stop();
+}
+
+UdpEndpoint SimulatedSlave::endpoint() const {
+    return halmor_standin::local_endpoint(socket_.get());
+}
+
+void SimulatedSlave::add_list(std::uint8_t number) {
+    List list{number, list_periods[number], {}};
+    int variables = 0;
+    for (const auto& [key, place] : appData.daqList[number].odtEntryMap) {
+        if (key.first < 0 || key.first > xcp_daq::last_daq_pid)
+            continue; // no DAQ packet can name such an ODT
+        const auto odt = static_cast<std::uint8_t>(key.first);
+        if (list.odts.empty() || list.odts.back().number != odt)
+            list.odts.push_back(
+                {odt, list.odts.empty() && (place->daqMode & MODE_TIMESTAMP) != 0, {}});
+        SentValue* sent = place->hostVar == nullptr ? nullptr : &sent_[place->name];
+        list.odts.back().entries.push_back({place, 0.2 * (1 + variables++ % 5), sent});
+    }
+    if (!list.odts.empty())
+        lists_.push_back(std::move(list));
+}
+
+void SimulatedSlave::start(const UdpEndpoint& master) {
+    thread_ = std::jthread([this, master](const std::stop_token& stop) { run(stop, master); });
+}
+
+void SimulatedSlave::stop() {
+    thread_.request_stop();
+    if (thread_.joinable())
+        thread_.join();
+}
+
+void SimulatedSlave::run(const std::stop_token& stop, const UdpEndpoint& master) {
+    const sockaddr_in address = to_sockaddr(master);
+    if (connect(socket_.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0)
+        error_ = std::strerror(errno);
+    std::mutex mutex;
+    std::condition_variable_any wakeUp;
+    std::unique_lock lock(mutex);
+    auto due = std::chrono::steady_clock::now();
+    for (std::uint64_t cycle = 0; error_.empty() && !stop.stop_requested(); ++cycle) {
+        send_cycle(cycle, socket_.get());
+        due += cycle_time;
+        wakeUp.wait_until(lock, stop, due, [] { return false; });
+    }
+}
+
+void SimulatedSlave::send_cycle(std::uint64_t cycle, int socket) {
+    for (const List& list : lists_)
+        if (cycle % list.periodCycles == 0)
+            for (const Odt& odt : list.odts) {
+                append_packet(list, odt, cycle);
+                if (payload_.size() + xcp_daq::message_header_size + packet_.size() >
+                    largest_payload)
+                    flush(socket);
+                xcp_daq::append_message(payload_, ctr_++, packet_);
+            }
+    flush(socket);
+}
+
+void SimulatedSlave::append_packet(const List& list, const Odt& odt, std::uint64_t cycle) {
+    packet_ = {odt.number, list.number};
+    if (odt.stamped) {
+        const auto timestamp =
+            static_cast<std::uint32_t>(first_timestamp + cycle * cycle_nanoseconds) +
+            list.number * list_nanoseconds;
+        append_raw<std::uint32_t>(packet_, timestamp, 1);
+    }
+    for (const Entry& entry : odt.entries) {
+        const std::uint64_t raw = wave(entry.place->size, entry.waveHertz, cycle);
+        append_value(packet_, raw, *entry.place);
+        if (entry.sent != nullptr)
+            *entry.sent = {entry.sent->updates + 1, entry.place, raw};
+    }
+}
+
+void SimulatedSlave::flush(int socket) {
+    if (payload_.empty())
+        return;
+    if (send(socket, payload_.data(), payload_.size(), 0) < 0)
+        error_ = std::strerror(errno);
+    ++datagrams_;
+    payload_.clear();
+}
+
+} // namespace task

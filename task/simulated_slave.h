@@ -1,0 +1,82 @@
+#pragma once
+// An XCP slave that sends what the library's measurement table lays out, over UDP: each DAQ list
+// with its own period, the first ODT of a sample stamped when the list's mode says so, every raw
+// value from a known sequence. It remembers what it sent.
+//
+// The slave's clock counts nanoseconds in 32 bits and starts 1.5 s before a wrap. Lists that are
+// due at the same time are stamped in the order in which they are sent.
+
+#include "api_xcp_daq.h"
+#include "file_descriptor.h"
+#include "udp_endpoint.h"
+
+#include <cstdint>
+#include <map>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace task {
+
+// What a variable should have got.
+struct SentValue {
+    std::uint64_t updates = 0;
+    const odt_table_entry* entry = nullptr; // of the last one
+    std::uint64_t raw = 0;
+};
+
+class SimulatedSlave {
+  public:
+    // Reads the library's measurement table, which stays as it is from here on, and binds a socket
+    // on the loopback interface. Throws std::system_error.
+    SimulatedSlave();
+    ~SimulatedSlave();
+
+    halmor_standin::UdpEndpoint endpoint() const;
+
+    void start(const halmor_standin::UdpEndpoint& master);
+    void stop(); // after it nothing is sent any more
+
+    // After stop().
+    std::uint64_t datagrams() const { return datagrams_; }
+    const std::map<std::string, SentValue>& sent() const { return sent_; } // by variable
+    const std::string& error() const { return error_; }                    // empty: none
+
+  private:
+    struct Entry {
+        const odt_table_entry* place;
+        double waveHertz;
+        SentValue* sent; // null when no variable takes it
+    };
+    struct Odt {
+        std::uint8_t number;
+        bool stamped;
+        std::vector<Entry> entries;
+    };
+    struct List {
+        std::uint8_t number;
+        std::uint64_t periodCycles;
+        std::vector<Odt> odts;
+    };
+
+    void add_list(std::uint8_t number);
+    void run(const std::stop_token& stop, const halmor_standin::UdpEndpoint& master);
+    void send_cycle(std::uint64_t cycle, int socket);
+    void append_packet(const List& list, const Odt& odt, std::uint64_t cycle);
+    void flush(int socket);
+
+    halmor_standin::FileDescriptor socket_;
+    std::vector<List> lists_;
+    std::map<std::string, SentValue> sent_;
+
+    // The sending thread's, until it has ended.
+    std::vector<std::uint8_t> packet_;
+    std::vector<std::uint8_t> payload_;
+    std::uint16_t ctr_ = 0;
+    std::uint64_t datagrams_ = 0;
+    std::string error_;
+
+    std::jthread thread_;
+};
+
+} // namespace task

@@ -1,0 +1,27 @@
+#pragma once
+// Datagrams from the simulated slave, over the loopback interface like any other's.
+
+#include "simulated_slave.h"
+#include "udp_source.h"
+
+#include <memory>
+
+namespace task {
+
+class SimulatedSource : public DatagramSource {
+  public:
+    void start(DatagramSink sink) override;
+    bool ended() const override { return receiver_->ended(); }
+    std::string description() const override {
+        return "of a simulated slave, " + receiver_->description();
+    }
+    void stop() override;
+    Losses losses() const override { return receiver_->losses(); }
+    std::vector<std::string> missing_values() const override;
+
+  private:
+    std::unique_ptr<SimulatedSlave> slave_;
+    std::unique_ptr<UdpSource> receiver_;
+};
+
+} // namespace task

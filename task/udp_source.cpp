@@ -1,0 +1,32 @@
+#include "udp_source.h"
+
+#include "exit_status.h"
+
+#include <system_error>
+
+namespace task {
+
+void UdpSource::start(DatagramSink sink) {
+    try {
+        receiver_.emplace(listen_, slave_, std::move(sink));
+    } catch (const std::system_error& error) {
+        throw Failure(ExitStatus::network, error.what());
+    }
+}
+
+std::string UdpSource::description() const {
+    return "from " + to_text(slave_) + " on " + to_text(local());
+}
+
+void UdpSource::stop() {
+    receiver_->stop();
+    if (!receiver_->error().empty())
+        throw Failure(ExitStatus::network, "receiving failed: " + receiver_->error());
+}
+
+DatagramSource::Losses UdpSource::losses() const {
+    const auto counters = receiver_->counters();
+    return {counters.kernelDrops, counters.foreign, counters.failures};
+}
+
+} // namespace task

@@ -1,0 +1,38 @@
+#pragma once
+// Runs xcp_daq_task as a user does.
+
+#include <string>
+#include <vector>
+
+#include <sys/types.h>
+
+// A process whose output can be awaited while it runs.
+class TaskProgram {
+  public:
+    explicit TaskProgram(const std::vector<std::string>& arguments);
+    ~TaskProgram();
+    TaskProgram(const TaskProgram&) = delete;
+    TaskProgram& operator=(const TaskProgram&) = delete;
+
+    // Reads until `text` has come. False when the output ends before.
+    bool await_output(const std::string& text);
+    const std::string& text() const { return text_; } // of the output so far
+    void signal(int number) const;
+
+    struct End {
+        int status; // exit status, or 128 and the signal's number
+        std::string output;
+        std::string errors;
+    };
+    End wait();
+
+  private:
+    pid_t process_ = -1;
+    int output_ = -1;
+    int errors_ = -1;
+    std::string text_;
+};
+
+inline TaskProgram::End run_task(const std::vector<std::string>& arguments) {
+    return TaskProgram(arguments).wait();
+}

@@ -1,0 +1,192 @@
+// The whole task, run as a user runs it.
+
+#include "table.h"
+#include "task_program.h"
+#include "temporary_file.h"
+#include "udp_endpoint.h"
+
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <map>
+#include <regex>
+#include <sstream>
+
+#include <sys/socket.h>
+#include <unistd.h>
+
+using table::Bytes;
+
+namespace {
+
+const std::string data = XCP_DAQ_TEST_DATA;
+const std::string examples = XCP_DAQ_EXAMPLES;
+
+struct Row {
+    std::string value;
+    std::string sampleTime;
+    std::string updates;
+};
+
+// The closing table by variable.
+std::map<std::string, Row> table_of(const std::string& output) {
+    std::map<std::string, Row> rows;
+    std::istringstream text(output.substr(std::min(output.find("variable "), output.size())));
+    std::string line;
+    for (std::getline(text, line); std::getline(text, line);) {
+        std::istringstream words(line);
+        std::string name;
+        Row row;
+        if (words >> name >> row.value >> row.sampleTime >> row.updates)
+            rows[name] = row;
+    }
+    return rows;
+}
+
+std::string counts_of(const std::string& output) {
+    return output.substr(std::min(output.find("datagrams     "), output.size()));
+}
+
+TEST(Task, ReportsWhatARecordingHolds) {
+    const auto end = run_task({data + "/slave.spec", "--table", data + "/slave.table", "--pcap",
+                               data + "/slave_excerpt.pcap", "--pace", "max"});
+    EXPECT_EQ(end.status, 0);
+    EXPECT_EQ(end.errors, "");
+    auto rows = table_of(end.output);
+    EXPECT_EQ(rows["f_n"].value + " " + rows["f_n"].updates, "4513 1264");
+    EXPECT_EQ(rows["s_n"].value + " " + rows["s_n"].updates, "450 126");
+    EXPECT_EQ(rows["g_u16"].value, "13556");
+    EXPECT_TRUE(std::regex_match(rows["f_n"].sampleTime, std::regex("\\d{10}\\.\\d{9}")));
+    EXPECT_TRUE(end.output.find("5 entries of the table are fillers") != std::string::npos);
+    EXPECT_TRUE(std::regex_match(
+        counts_of(end.output),
+        std::regex("datagrams     27 \\(128928 bytes\\)\nmessages      5310\nDAQ packets   5308\n"
+                   "values        20220\nrate          \\d+ values/s over [0-9.]+ s\n"
+                   "CTR gaps      0 \\(0 messages missing, 0 repeated or late\\)\n"
+                   "kernel drops  0\n")))
+        << end.output;
+}
+
+TEST(Task, TellsWhatItDoesWhileItRuns) {
+    const auto end =
+        run_task({examples + "/engine.spec", "--table", examples + "/engine.table", "--variables",
+                  examples + "/engine.variables", "--simulate", "--seconds", "2.2"});
+    EXPECT_EQ(end.status, 0) << end.errors;
+    EXPECT_TRUE(std::regex_search(
+        end.output, std::regex("  2\\.\\d s  \\d+ datagrams  \\d+ DAQ packets  \\d+ values  "
+                               "\\d+ values/s  0 CTR gaps  0 kernel drops  \\d+ waiting\n")))
+        << end.output;
+    for (const auto& [name, row] : table_of(end.output))
+        EXPECT_NE(row.updates, "0") << name;
+}
+
+TEST(Task, AValueThatDoesNotArriveIsToldByTheStatus) {
+    const TemporaryFile gap("engSpeed,0,0,0,2,0\nknock,0,0,2,1,0\nthrottle,0,1,0,4,0\n");
+    const auto end = run_task(
+        {examples + "/engine.spec", "--table", gap.path(), "--simulate", "--seconds", "0.2"});
+    EXPECT_EQ(end.status, 2);
+    EXPECT_TRUE(
+        std::regex_match(end.errors, std::regex("xcp_daq_task: engSpeed: 0 of \\d+ values arrived\n"
+                                                "xcp_daq_task: knock: 0 of \\d+ values arrived\n")))
+        << end.errors;
+}
+
+TEST(Task, ReceivesFromTheNetworkUntilItIsSignalled) {
+    const int slave = socket(AF_INET, SOCK_DGRAM, 0);
+    const sockaddr_in any = to_sockaddr(halmor_standin::parse_endpoint("127.0.0.1:0"));
+    ASSERT_EQ(bind(slave, reinterpret_cast<const sockaddr*>(&any), sizeof any), 0);
+    const auto port = std::to_string(halmor_standin::local_endpoint(slave).port);
+    const TemporaryFile spec("@XCP_SERVER\nlocalhost " + port +
+                             "\n$\n@LIST1\nfast DAQ event\nspeed - -\n$\n");
+    const TemporaryFile table("speed,0,0,0,2,0\nspeed,0,0,1,0,0,1,0,100000\n");
+    TaskProgram task({spec.path(), "--table", table.path(), "--listen", "127.0.0.1:0"});
+    ASSERT_TRUE(task.await_output(" on 127.0.0.1:"));
+    ASSERT_TRUE(task.await_output("\n"));
+
+    // The first line tells the port that the system chose.
+    std::smatch match;
+    ASSERT_TRUE(std::regex_search(task.text(), match, std::regex("on (127.0.0.1:\\d+)\n")));
+    const sockaddr_in address = to_sockaddr(halmor_standin::parse_endpoint(match[1]));
+    for (const int n : {1, 2, 4}) {
+        const Bytes payload =
+            table::message({0, 0, static_cast<std::uint8_t>(n), 1}, static_cast<std::uint16_t>(n));
+        sendto(slave, payload.data(), payload.size(), 0,
+               reinterpret_cast<const sockaddr*>(&address), sizeof address);
+    }
+    task.signal(SIGTERM);
+    const auto end = task.wait();
+    close(slave);
+    EXPECT_EQ(end.status, 0) << end.errors;
+    EXPECT_EQ(table_of(end.output)["speed"].value, "260");
+    EXPECT_EQ(table_of(end.output)["speed"].updates, "3") << "what had arrived counts";
+    EXPECT_NE(end.output.find("CTR gaps      1 (1 messages missing, 0 repeated"),
+              std::string::npos);
+}
+
+TEST(Task, ValuesThatNeverCameAreShownAsSuch) {
+    TaskProgram task({examples + "/engine.spec", "--table", examples + "/engine.table", "--listen",
+                      "127.0.0.1:0"});
+    ASSERT_TRUE(task.await_output("127.0.0.1"));
+    task.signal(SIGINT);
+    const auto end = task.wait();
+    EXPECT_EQ(end.status, 0);
+    EXPECT_EQ(table_of(end.output)["engSpeed"].value, "-");
+    EXPECT_EQ(table_of(end.output)["engSpeed"].sampleTime, "never");
+}
+
+TEST(Task, HelpListsTheExitStatuses) {
+    const auto end = run_task({"--help"});
+    EXPECT_EQ(end.status, 0);
+    EXPECT_NE(end.output.find("  3  a file is missing, cannot be read or is wrong\n"),
+              std::string::npos);
+}
+
+// Bad input: one line that names place and cause, and the status.
+TEST(Task, RefusesBadInputWithOneLine) {
+    const std::string spec = examples + "/engine.spec";
+    const std::string table = examples + "/engine.table";
+    const TemporaryFile badSpec("@XCP_SERVER\n127.0.0.1:70000\n$\n");
+    const TemporaryFile badTable("engSpeed,0,0,0,2,16\nengSpeed,0\n");
+    const TemporaryFile badVariables("engSpeed float\n");
+    const TemporaryFile noCapture("not a capture, whatever its name says");
+    struct Case {
+        std::vector<std::string> arguments;
+        int status;
+        std::string errors; // a regular expression
+    };
+    const std::vector<Case> cases = {
+        {{}, 1, ".*SPEC is required.*"},
+        {{spec}, 1, ".*--table is required.*"},
+        {{spec, "--table", table, "--sconds", "1"}, 1, ".*--sconds.*"},
+        {{spec, "--table", table, "--seconds", "-1"}, 1, ".*--seconds.*"},
+        {{spec, "--table", table, "--simulate", "--listen", "127.0.0.1:0"}, 1, ".*excludes.*"},
+        {{spec, "--table", table, "--simulate", "--pace", "max"}, 1, ".*--pace requires --pcap.*"},
+        {{spec, "--table", table, "--listen", "nowhere"},
+         1,
+         "--listen: expected ADDRESS:PORT, found nowhere"},
+        {{"/nonexistent.spec", "--table", table},
+         3,
+         "/nonexistent.spec: No such file or directory"},
+        {{spec, "--table", "/nonexistent"}, 3, "/nonexistent: No such file or directory"},
+        {{badSpec.path(), "--table", table}, 3, ".*@XCP_SERVER: port outside 0 to 65535: 70000"},
+        {{spec, "--table", badTable.path()},
+         3,
+         badTable.path() + ":2: expected 6 fields .a measurement. or 9 .a conversion., found 2"},
+        {{spec, "--table", table, "--variables", badVariables.path()},
+         3,
+         badVariables.path() + ":1: kind must be integer or real, found float"},
+        {{spec, "--table", table, "--pcap", noCapture.path()}, 3, noCapture.path() + ": .*"},
+        {{spec, "--table", table, "--listen", "192.0.2.1:5555"},
+         4,
+         "cannot listen on 192.0.2.1:5555: .*"},
+    };
+    for (const Case& c : cases) {
+        const auto end = run_task(c.arguments);
+        EXPECT_EQ(end.status, c.status) << end.errors;
+        EXPECT_EQ(end.output, "");
+        EXPECT_TRUE(std::regex_match(end.errors, std::regex("xcp_daq_task: " + c.errors + "\n")))
+            << end.errors;
+    }
+}
+
+} // namespace

@@ -1,0 +1,41 @@
+# Sourced by run-demo and run-tests: makes sure that Debian packages are there.
+
+build_packages=(g++ cmake ninja-build libcli11-dev libfmt-dev libpcap-dev libgtest-dev)
+check_packages=(clang libclang-rt-14-dev clang-format binutils)
+
+is_installed() {
+    [ "$(dpkg-query -W -f='${db:Status-Status}' "$1" 2>/dev/null)" = installed ]
+}
+
+# Installs what is missing when the user may, and otherwise says what to install.
+need_packages() {
+    local package missing=() as_root=()
+    for package in "$@"; do
+        is_installed "$package" || missing+=("$package")
+    done
+    [ ${#missing[@]} -eq 0 ] && return
+    if [ "$(id -u)" -ne 0 ]; then
+        as_root=(sudo -n)
+    fi
+    if ! command -v apt-get >/dev/null || ! "${as_root[@]}" true 2>/dev/null; then
+        echo "Please install: sudo apt-get install ${missing[*]}" >&2
+        exit 1
+    fi
+    echo "Installing ${missing[*]}"
+    "${as_root[@]}" apt-get update -q >/dev/null
+    "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive \
+        apt-get install -q -y --no-install-recommends "${missing[@]}" >/dev/null
+}
+
+# configure_and_build PRESET [TARGET]: quiet unless it fails.
+configure_and_build() {
+    local log
+    log=$(mktemp)
+    echo "Building the $1 preset"
+    if ! { cmake --preset "$1" && cmake --build --preset "$1" ${2:+--target "$2"}; } >"$log" 2>&1; then
+        cat "$log" >&2
+        rm -f "$log"
+        exit 1
+    fi
+    rm -f "$log"
+}
