@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cstdarg>
 #include <cstring>
 
 namespace host_double {
@@ -137,8 +138,6 @@ std::uint64_t parse_line_delim(char* line, int maxTokens, int slotSize, int, cha
 
 int setprio(int who, int priority) {
     host_double::record_call("setprio " + std::to_string(who) + " " + std::to_string(priority));
-    if (host().onSetprio)
-        host().onSetprio();
     return 0;
 }
 
@@ -150,4 +149,60 @@ int SrrClockGettime(int clock, timespec* now) {
 Transport_udp& Transport_udp::instance() {
     static Transport_udp transport;
     return transport;
+}
+
+using host_double::record_call;
+
+std::int16_t link_to_memory(int which, std::int32_t*) {
+    record_call("link_to_memory " + std::to_string(which));
+    return host().running;
+}
+
+int _setsid() {
+    record_call("_setsid");
+    return -1;
+}
+
+int join_layer(int layer) {
+    record_call("join_layer " + std::to_string(layer));
+    return -1;
+}
+
+std::int32_t get_TLS_tid() {
+    record_call("get_TLS_tid");
+    return host().taskId;
+}
+
+int _qnx_name_locate(int node, const char* name, int size, int* copies) {
+    record_call("_qnx_name_locate " + std::to_string(node) + " " + name + " " +
+                std::to_string(size) + (copies == nullptr ? "" : " copies"));
+    return host().nameHolder;
+}
+
+int copyn(const char* sourcePath, int sourceLine, char*, const char* from, int size) {
+    record_call(std::string("copyn ") + sourcePath + " " + std::to_string(sourceLine) + " " + from +
+                " " + std::to_string(size));
+    return -1;
+}
+
+std::int16_t event_attach(const char* name, int size, std::int32_t*) {
+    record_call(std::string("event_attach ") + name + " " + std::to_string(size));
+    return host().eventStatus;
+}
+
+std::int16_t SrrNameAttach(int node, const char* name) {
+    record_call("SrrNameAttach " + std::to_string(node) + " " + name);
+    return host().nameId;
+}
+
+int log_error(const char* sourcePath, int sourceLine, int code1, int code2, const char* format,
+              ...) {
+    char text[200];
+    va_list arguments;
+    va_start(arguments, format);
+    std::vsnprintf(text, sizeof text, format, arguments);
+    va_end(arguments);
+    record_call(std::string("log_error ") + sourcePath + " " + std::to_string(sourceLine) + " " +
+                std::to_string(code1) + " " + std::to_string(code2) + " " + text);
+    return -1;
 }

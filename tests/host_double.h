@@ -38,7 +38,11 @@ struct Host {
     bool noAddress = false;           // get_vrbl_adr finds nothing
     bool noDescriptor = false;        // daq_variable_setup fails
     std::function<void()> onWrite;    // runs inside every set_daq_* call
-    std::function<void()> onSetprio;
+    std::int16_t running = 1;         // answer of link_to_memory
+    int nameHolder = -1;              // of _qnx_name_locate
+    std::int32_t taskId = 1;          // of get_TLS_tid
+    std::int16_t eventStatus = 0;     // of event_attach
+    std::int16_t nameId = 1;          // of SrrNameAttach
 
     // Sections as get_1st_line and get_next_line deliver them: each call after the first takes the
     // next line, and after the last the file ends.

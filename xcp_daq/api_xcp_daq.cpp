@@ -2,6 +2,8 @@
 
 #include "daq_list.h"
 
+#include <locale>
+
 // The exported globals must not depend on the standard library's own choice of size.
 static_assert(sizeof(std::atomic<std::int32_t>) == 4);
 
@@ -22,6 +24,9 @@ static std::atomic<bool> XCPDAQ_AppDataInit = false;
 static void initialise_app_data() {
     appData.daqCount = 0;
     appData.logEnabled = false;
+    // Whatever locale the host has chosen, the logs' numbers have a point and no grouping.
+    appData.logFile.imbue(std::locale::classic());
+    appData.measurementFile.imbue(std::locale::classic());
     std::int64_t number = 0;
     for (xcpDAQList& list : appData.daqList) {
         list.listNumber = ++number;

@@ -6,10 +6,11 @@
 // Rules for all of it:
 // - One configuration per process: the global record appData. An api_xcp_daq object holds nothing
 //   but the worker that it started; what one object changes, all others see.
-// - Calling order: construct an object; setSpecFileName, readSpecs; addMeasurement for every
+// - Calling order: xcp_daq_master_init; construct an object; setSpecFileName, readSpecs;
+// addMeasurement for every
 //   measurement, addComputeMethod for every conversion; startWorkerThreads, enableDAQProcessing;
 //   then api_xcp_daq_push_frame for every datagram; at the end disableDAQProcessing,
-//   stopWorkerThreads, and destruction of the object.
+//   stopWorkerThreads, stoplog, and destruction of the object.
 // - Threads: api_xcp_daq_push_frame may be called from any threads at once. Everything else belongs
 //   to the one thread that configures and controls, except where a comment names the worker. The
 //   configuration is complete before the worker starts and stays as it is while the worker runs,
@@ -26,6 +27,7 @@
 
 #include "export.h"
 #include "halmor_runtime.h"
+#include "xcp_daq_master_init.h"
 
 #include <array>
 #include <atomic>
@@ -142,7 +144,7 @@ struct getMeasurementArgs {
 // ---- globals ----
 
 // The configuration. Guarded by XCPDAQAppData_mutex in the first construction, in every
-// destruction, in setSpecFileName and in addMeasurement; otherwise by the calling order.
+// destruction, in setSpecFileName, addMeasurement and stoplog; otherwise by the calling order.
 XCP_DAQ_EXPORT extern xcpDAQAppData appData;
 XCP_DAQ_EXPORT extern std::mutex XCPDAQAppData_mutex;
 
@@ -227,6 +229,30 @@ class XCP_DAQ_EXPORT api_xcp_daq {
     static void disableDAQProcessing();
 
     static std::atomic<bool> daqProcessingFlag;
+
+    // Writes the 22 lines of the configuration report into logFile, while logEnabled is true. Not
+    // to be called while another thread configures or calls stoplog.
+    static void dumpInfo();
+
+    // Does nothing; 0. The task itself opens logFile and measurementFile and sets logEnabled.
+    static int startlog();
+
+    // While logEnabled is true: writes a closing line into each of the two logs that is open and in
+    // good standing, closes it, and clears logEnabled.
+    static void stoplog();
+
+    // Opens "/tmp/api_xcp_frame_daq_<process id>.txt" for appending as appData.frameDumpFile,
+    // unless it is open. What fills it is up to the task. Result: whether it is open.
+    static bool openFrameDataDump();
+    static bool closeFrameDataDump(); // always true; a close that fails sets the stream's fail flag
+
+    // Opens "/specs/api_xcp_frame_daq_data.txt" as appData.frameReplayFile, unless a file is open
+    // there, which is not rewound. Result: whether one is open.
+    static bool openReadFrameData();
+
+    // Appends the bytes of the next frame of frameReplayFile to *frame; `size` is not read. Result:
+    // the number of bytes, 0 at the end of the file. One thread at a time.
+    static std::int64_t readFrameData(std::vector<std::uint8_t>* frame, unsigned long size);
 
   private:
     mutable std::thread* frameThread = nullptr; // owned; null while this object has no worker

@@ -1,5 +1,6 @@
 #pragma once
-// What the stand-in knows about the task that runs on it.
+// What the stand-in knows about the task that runs on it. The environment variable
+// HALMOR_STANDIN=stopped makes it a runtime that is not running, which refuses every registration.
 
 namespace halmor_standin {
 
