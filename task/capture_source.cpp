@@ -173,6 +173,9 @@ void CaptureSource::stop() {
         thread_.request_stop();
         thread_.join();
     }
+}
+
+void CaptureSource::check() const {
     if (!error_.empty())
         throw FileError(path_, error_);
 }

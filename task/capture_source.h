@@ -24,7 +24,8 @@ class CaptureSource : public DatagramSource {
     void start(DatagramSink sink) override;
     bool ended() const override { return ended_; }
     std::string description() const override;
-    void stop() override; // throws halmor_standin::FileError when the file was damaged
+    void stop() override;
+    void check() const override; // of a damaged file
     Losses losses() const override;
 
   private:

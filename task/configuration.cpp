@@ -1,7 +1,6 @@
 #include "configuration.h"
 
 #include "file_error.h"
-#include "measurement_table.h"
 #include "spec_file_check.h"
 #include "variable_store.h"
 #include "variables_file.h"
@@ -51,14 +50,16 @@ void add(const Conversion& c) {
 
 } // namespace
 
-void configure(api_xcp_daq& daq, const Options& options) {
+std::vector<TableLine> configure(api_xcp_daq& daq, const Options& options) {
     read_spec_file(daq, options.spec);
     if (options.variables)
         define_variables(*options.variables);
     else
         define_listed_variables();
-    for (const TableLine& line : read_measurement_table(options.table))
-        std::visit([](const auto& arguments) { add(arguments); }, line);
+    std::vector<TableLine> table = read_measurement_table(options.table);
+    for (const TableLine& line : table)
+        std::visit([](const auto& arguments) { add(arguments); }, line.call);
+    return table;
 }
 
 halmor_standin::UdpEndpoint server_endpoint(const Options& options) {

@@ -24,8 +24,11 @@ class DatagramSource {
     // Whether nothing more will come by itself: the end of a file, or an error.
     virtual bool ended() const = 0;
 
-    // Hands on what has arrived, then ends the thread. Throws Failure when the source had failed.
+    // Hands on what has arrived, then ends the thread.
     virtual void stop() = 0;
+
+    // After stop(): throws Failure or halmor_standin::FileError when the source had failed.
+    virtual void check() const = 0;
 
     // What did not reach the sink.
     struct Losses {

@@ -13,6 +13,8 @@ enum class ExitStatus {
     file = 3,
     network = 4,
     internal = 5,
+    registration = 6,
+    would_not_decode = 7,
 };
 
 struct ExitStatusText {
@@ -28,6 +30,8 @@ constexpr ExitStatusText exit_statuses[] = {
     {ExitStatus::file, "a file is missing, cannot be read or is wrong"},
     {ExitStatus::network, "the network cannot be used as asked, or failed while receiving"},
     {ExitStatus::internal, "the task itself failed, for want of memory or threads"},
+    {ExitStatus::registration, "the host refused the registration"},
+    {ExitStatus::would_not_decode, "--check found something that would not decode"},
 };
 
 // One line for the user, without the task's name.

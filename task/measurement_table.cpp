@@ -69,7 +69,7 @@ class FieldReader {
     std::size_t next_ = 0;
 };
 
-TableLine parse(const std::vector<std::string_view>& fields) {
+std::variant<Measurement, Conversion> parse(const std::vector<std::string_view>& fields) {
     FieldReader read(fields);
     // Braced initialisers are evaluated from left to right, which is the order of the fields.
     if (fields.size() == 6)
@@ -86,11 +86,11 @@ TableLine parse(const std::vector<std::string_view>& fields) {
 class KnownMeasurements {
   public:
     void check(const TableLine& line) {
-        if (const auto* measurement = std::get_if<Measurement>(&line)) {
+        if (const auto* measurement = std::get_if<Measurement>(&line.call)) {
             names_.emplace(measurement->daqNum, measurement->name);
             return;
         }
-        const auto& conversion = std::get<Conversion>(line);
+        const auto& conversion = std::get<Conversion>(line.call);
         if (!names_.contains({conversion.daqNum, conversion.name}))
             throw std::invalid_argument(
                 fmt::format("conversion for {}, which DAQ list {} does not have", conversion.name,
@@ -118,7 +118,7 @@ std::vector<TableLine> read_measurement_table(const std::string& path) {
         if (line.empty())
             continue;
         try {
-            table.push_back(parse(fields_of(line)));
+            table.push_back({number, parse(fields_of(line))});
             known.check(table.back());
         } catch (const std::invalid_argument& error) {
             throw FileError(path, number, error.what());

@@ -2,6 +2,7 @@
 // The measurement table file: the calls that fill the library's measurement table, in the very
 // lines that the library writes to its measurement log. docs/formats.md has the format.
 
+#include <cstddef>
 #include <string>
 #include <variant>
 #include <vector>
@@ -31,7 +32,10 @@ struct Conversion {
     double upperLimit;
 };
 
-using TableLine = std::variant<Measurement, Conversion>;
+struct TableLine {
+    std::size_t number; // in the file, from 1
+    std::variant<Measurement, Conversion> call;
+};
 
 // Throws halmor_standin::FileError for a file that cannot be read, for the first line that is
 // wrong, and for a conversion whose measurement does not come before it.

@@ -34,16 +34,20 @@ std::optional<Options> parse_options(int argc, const char* const* argv) {
                    "Variables of the host (default: those that the spec file lists, all real)");
 
     auto* sources = app.add_option_group("Source of the datagrams");
-    auto* listen = sources->add_option("--listen", options.listen,
-                                       "ADDRESS:PORT to receive on (default: 127.0.0.1 and the "
-                                       "server's port)");
+    sources->add_option("--listen", options.listen,
+                        "ADDRESS:PORT to receive on (default: 127.0.0.1 and the "
+                        "server's port)");
     bool simulated = false;
-    auto* simulate = sources->add_flag("--simulate", simulated,
-                                       "A simulated slave that sends what the table lays out");
+    sources->add_flag("--simulate", simulated,
+                      "A simulated slave that sends what the table lays out");
     auto* capture =
         sources->add_option("--pcap", options.capture, "A capture file of the slave's datagrams");
-    listen->excludes(simulate, capture);
-    simulate->excludes(capture);
+    std::string replayFile;
+    auto* replay = sources
+                       ->add_option("--replay", replayFile,
+                                    "A file of frames (default: the library's file in /specs)")
+                       ->expected(0, 1);
+    sources->require_option(0, 1);
     std::string pace = "recorded";
     app.add_option("--pace", pace, "Pace of a capture: as recorded, or as fast as it goes")
         ->check(CLI::IsMember({"recorded", "max"}))
@@ -51,6 +55,18 @@ std::optional<Options> parse_options(int argc, const char* const* argv) {
         ->needs(capture);
     app.add_option("--seconds", options.seconds, "End after so many seconds")
         ->check(CLI::PositiveNumber);
+
+    app.add_option("--name", options.name, "Name to register under")->capture_default_str();
+    app.add_option("--priority", options.priority, "Priority to ask the host for")
+        ->check(CLI::Range(1, 19));
+    app.add_option("--log", options.log, "Write the library's diagnostic log into this file");
+    app.add_option("--measurement-log", options.measurementLog,
+                   "Write a line per measurement and conversion into this file, which can serve as "
+                   "a measurement table");
+    app.add_flag("--dump", options.dump,
+                 "Write every DAQ packet into a file in /tmp, whose name is printed");
+    app.add_flag("--check", options.check,
+                 "Show the configuration and what of it would not decode, and end");
     app.footer(exit_status_help());
 
     try {
@@ -65,6 +81,10 @@ std::optional<Options> parse_options(int argc, const char* const* argv) {
         options.source = SourceKind::simulate;
     if (*capture)
         options.source = SourceKind::capture;
+    if (*replay)
+        options.source = SourceKind::replay;
+    if (!replayFile.empty())
+        options.replay = replayFile;
     options.recordedPace = pace == "recorded";
     return options;
 }

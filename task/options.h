@@ -6,7 +6,7 @@
 
 namespace task {
 
-enum class SourceKind { listen, simulate, capture };
+enum class SourceKind { listen, simulate, capture, replay };
 
 struct Options {
     std::string spec;
@@ -16,8 +16,16 @@ struct Options {
     SourceKind source = SourceKind::listen;
     std::optional<std::string> listen; // ADDRESS:PORT
     std::string capture;
-    bool recordedPace = true; // of a capture
+    bool recordedPace = true;          // of a capture
+    std::optional<std::string> replay; // the library's fixed file when there is none
     std::optional<double> seconds;
+
+    std::string name = "xcp_daq_task"; // to register under
+    short priority = 0;                // 0 leaves it as it is
+    std::optional<std::string> log;
+    std::optional<std::string> measurementLog;
+    bool dump = false;
+    bool check = false; // the configuration, instead of a run
 };
 
 // Prints the help and gives nothing when that is what was asked for. Throws Failure.

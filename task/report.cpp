@@ -1,6 +1,7 @@
 #include "report.h"
 
 #include "api_xcp_daq.h"
+#include "task_services.h"
 #include "variable_store.h"
 
 #include <fmt/format.h>
@@ -80,6 +81,8 @@ std::string closing_counts(const RunCounts& counts) {
     fmt::format_to(out, "CTR gaps      {} ({} messages missing, {} repeated or late)\n", m.gaps,
                    m.missing, m.repeated);
     fmt::format_to(out, "kernel drops  {}\n", counts.losses.kernelDrops);
+    fmt::format_to(out, "priority      {} of the worker (recorded, not applied)\n",
+                   halmor_standin::recorded_priority());
     if (m.cutOff > 0)
         fmt::format_to(out, "cut off       {} datagrams end inside a message\n", m.cutOff);
     if (counts.losses.foreign > 0)

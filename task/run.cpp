@@ -4,7 +4,12 @@
 #include "api_xcp_daq_threads.h"
 #include "capture_source.h"
 #include "configuration.h"
+#include "configuration_check.h"
 #include "file_error.h"
+#include "frame_dump.h"
+#include "logs.h"
+#include "registration.h"
+#include "replay_source.h"
 #include "report.h"
 #include "simulated_source.h"
 #include "termination_signals.h"
@@ -15,7 +20,10 @@
 #include <cstdio>
 #include <iostream>
 #include <memory>
+#include <optional>
+#include <span>
 #include <stdexcept>
+#include <vector>
 
 namespace task {
 
@@ -40,6 +48,8 @@ UdpEndpoint listen_endpoint(const Options& options, const UdpEndpoint& server) {
 std::unique_ptr<DatagramSource> make_source(const Options& options) {
     if (options.source == SourceKind::simulate)
         return std::make_unique<SimulatedSource>();
+    if (options.source == SourceKind::replay)
+        return std::make_unique<ReplaySource>(options.replay);
     const UdpEndpoint server = server_endpoint(options);
     if (options.source == SourceKind::capture)
         return std::make_unique<CaptureSource>(options.capture, server, options.recordedPace);
@@ -79,17 +89,20 @@ class Worker {
 
 class Run {
   public:
-    explicit Run(const Options& options) : options_(options) {}
+    Run(const Options& options, api_xcp_daq& daq, TerminationSignals& signals)
+        : options_(options), daq_(daq), signals_(signals) {}
 
     ExitStatus execute() {
-        configure(daq_, options_);
         source_ = make_source(options_);
+        if (options_.dump) {
+            dump_.emplace();
+            print("dump in " + dump_->path() + "\n");
+        }
         {
             const Worker worker(daq_);
             start_ = Clock::now();
             source_->start([this](const std::uint8_t* data, std::uint64_t length) {
-                counter_.take(data, length);
-                api_xcp_daq_push_frame(data, length);
+                take_datagram({data, length});
             });
             print("datagrams " + source_->description() + "\n");
             watch();
@@ -97,10 +110,21 @@ class Run {
             drain();
         }
         print(variable_table() + closing_counts(counts()));
+        if (dump_)
+            dump_->close();
+        source_->check();
         return judge();
     }
 
   private:
+    // On the source's thread.
+    void take_datagram(std::span<const std::uint8_t> payload) {
+        counter_.take(payload.data(), payload.size());
+        if (dump_)
+            dump_->take(payload);
+        api_xcp_daq_push_frame(payload.data(), payload.size());
+    }
+
     RunCounts counts() const {
         const std::chrono::duration<double> elapsed = Clock::now() - start_;
         return {counter_.counts(), source_->losses(), values_written(), XCPFrameBuffer.size(),
@@ -139,18 +163,34 @@ class Run {
     }
 
     const Options& options_;
-    TerminationSignals signals_; // before anything that starts a thread
-    api_xcp_daq daq_;
+    api_xcp_daq& daq_;
+    TerminationSignals& signals_;
     MessageCounter counter_;
-    std::unique_ptr<DatagramSource> source_;
+    std::optional<FrameDump> dump_;
+    std::unique_ptr<DatagramSource> source_; // last: its thread uses the others
     Clock::time_point start_;
 };
+
+ExitStatus check(const std::vector<TableLine>& table, const Options& options) {
+    print(configuration_text());
+    const auto faults = find_faults(table, options);
+    for (const std::string& fault : faults)
+        std::fprintf(stderr, "xcp_daq_task: %s\n", fault.c_str());
+    return faults.empty() ? ExitStatus::success : ExitStatus::would_not_decode;
+}
 
 } // namespace
 
 ExitStatus run(const Options& options) {
+    TerminationSignals signals; // before anything that starts a thread
+    if (!options.check)
+        print(register_task(options) + "\n");
     try {
-        return Run(options).execute();
+        api_xcp_daq daq;
+        const Logs logs(options);
+        const std::vector<TableLine> table = configure(daq, options);
+        api_xcp_daq::dumpInfo();
+        return options.check ? check(table, options) : Run(options, daq, signals).execute();
     } catch (const halmor_standin::FileError& error) {
         throw Failure(ExitStatus::file, error.what());
     }

@@ -62,6 +62,10 @@ void SimulatedSource::start(DatagramSink sink) {
 void SimulatedSource::stop() {
     slave_->stop();
     receiver_->stop();
+}
+
+void SimulatedSource::check() const {
+    receiver_->check();
     if (!slave_->error().empty())
         throw Failure(ExitStatus::network, "the simulated slave cannot send: " + slave_->error());
 }

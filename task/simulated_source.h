@@ -16,6 +16,7 @@ class SimulatedSource : public DatagramSource {
         return "of a simulated slave, " + receiver_->description();
     }
     void stop() override;
+    void check() const override;
     Losses losses() const override { return receiver_->losses(); }
     std::vector<std::string> missing_values() const override;
 

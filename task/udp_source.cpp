@@ -20,6 +20,9 @@ std::string UdpSource::description() const {
 
 void UdpSource::stop() {
     receiver_->stop();
+}
+
+void UdpSource::check() const {
     if (!receiver_->error().empty())
         throw Failure(ExitStatus::network, "receiving failed: " + receiver_->error());
 }

@@ -17,6 +17,7 @@ class UdpSource : public DatagramSource {
     bool ended() const override { return !receiver_->error().empty(); }
     std::string description() const override;
     void stop() override;
+    void check() const override;
     Losses losses() const override;
 
     // After start: where the slave is to send to.

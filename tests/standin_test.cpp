@@ -1,6 +1,8 @@
 // The stand-in host: variable store, variables file, spec-file parser.
 
 #include "file_error.h"
+#include "task_names.h"
+#include "task_services.h"
 #include "temporary_file.h"
 #include "variable_store.h"
 #include "variables_file.h"
@@ -51,9 +53,6 @@ TEST(VariableStore, KeepsTheOwnerWhereItsClientsLook) {
     store.define("i", VariableKind::integer, "bench");
     EXPECT_STREQ(static_cast<const char*>(descriptor_of("r").object) + 224, "bench");
     EXPECT_STREQ(static_cast<const char*>(descriptor_of("i").object) + 216, "bench");
-    EXPECT_FALSE(store.find("r")->taken_by_owner());
-    static_cast<char*>(descriptor_of("r").object)[54] = 1;
-    EXPECT_TRUE(store.find("r")->taken_by_owner());
 }
 
 TEST(VariableStore, KnowsOnlyWhatWasDefined) {
@@ -170,6 +169,39 @@ TEST_F(SpecParser, SplitsIntoSlots) {
     std::strcpy(line, "h:1,, 2 3 4");
     EXPECT_EQ(parse_line_delim(line, 4, 8, 6, tokens[0], &unused, " ,:\t\n"), 4U);
     EXPECT_STREQ(tokens[3], "3");
+}
+
+// ---- task services ----
+
+TEST(TaskNames, ANameHasOneHolder) {
+    const std::string name = "odd / name." + std::to_string(getpid());
+    EXPECT_EQ(task_of_name(name), -1);
+    EXPECT_GE(take_name(name), 1);
+    EXPECT_EQ(task_of_name(name), getpid());
+    EXPECT_EQ(take_name(name), -1);
+    EXPECT_EQ(task_of_name(name + "2"), -1);
+}
+
+TEST(TaskServices, AnswerAsTheHostWould) {
+    std::int32_t received = -1;
+    EXPECT_NE(link_to_memory(1, &received), 0);
+    setenv("HALMOR_STANDIN", "stopped", 1);
+    EXPECT_EQ(link_to_memory(1, &received), 0);
+    char name[5] = "????";
+    copyn("unit", 1, name, "abcdefgh", sizeof name);
+    EXPECT_STREQ(name, "abcd");
+    std::int32_t event = 0;
+    EXPECT_EQ(event_attach("config", 50, &event), 0);
+    EXPECT_NE(event, 0);
+    setprio(0, 22);
+    EXPECT_EQ(recorded_priority(), 22);
+    testing::internal::CaptureStderr();
+    log_error("unit", 12, 3, -4, "no %s for %d", "room", 5);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "error log: unit:12: 3 -4: no room for 5\n");
+    timespec now{};
+    EXPECT_EQ(SrrClockGettime(5, &now), 0);
+    EXPECT_GT(now.tv_sec, 1'600'000'000);
+    EXPECT_EQ(SrrClockGettime(1, &now), -1);
 }
 
 } // namespace

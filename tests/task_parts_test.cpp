@@ -37,10 +37,10 @@ TEST(MeasurementTableFile, ReadsTheLinesOfTheMeasurementLog) {
         "0,-1e9,1.8e19\n---------\nnot read\n");
     const auto lines = task::read_measurement_table(file.path());
     ASSERT_EQ(lines.size(), 2U);
-    const auto& m = std::get<task::Measurement>(lines[0]);
+    const auto& m = std::get<task::Measurement>(lines[0].call);
     EXPECT_EQ(std::tuple(m.name, m.daqNum, m.odtNum, m.odtEntryIndex, m.size, m.daqMode),
               std::tuple("speed", 0, 1, 2, 4, 16));
-    const auto& c = std::get<task::Conversion>(lines[1]);
+    const auto& c = std::get<task::Conversion>(lines[1].call);
     EXPECT_EQ(std::tuple(c.name, c.daqNum, c.computeInt1, c.factor, c.offset, c.computeInt2,
                          c.byteOrder, c.lowerLimit, c.upperLimit),
               std::tuple("speed", 0, 1, 0.5, -2.0, 2, 0, -1e9, 1.8e19));
@@ -210,6 +210,7 @@ TEST(Capture, NamesWhatIsWrongWithTheFile) {
         while (!source.ended())
             std::this_thread::yield();
         source.stop();
+        source.check();
     };
     const std::string good = capture_of(101, {ipv4(1)});
     EXPECT_EQ(error_in(good, read), "");

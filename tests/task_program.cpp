@@ -1,5 +1,6 @@
 #include "task_program.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <system_error>
@@ -19,7 +20,18 @@ std::string rest_of(int file) {
 
 } // namespace
 
-TaskProgram::TaskProgram(const std::vector<std::string>& arguments) {
+// Tests run side by side, and each task needs a name of its own.
+static std::vector<std::string> with_name(std::vector<std::string> arguments) {
+    static int count = 0;
+    if (std::find(arguments.begin(), arguments.end(), "--name") == arguments.end()) {
+        arguments.emplace_back("--name");
+        arguments.push_back("test_" + std::to_string(getpid()) + "_" + std::to_string(count++));
+    }
+    return arguments;
+}
+
+TaskProgram::TaskProgram(const std::vector<std::string>& given) {
+    const std::vector<std::string> arguments = with_name(given);
     int output[2];
     int errors[2];
     if (pipe(output) != 0 || pipe(errors) != 0)

@@ -6,10 +6,10 @@
 
 #include <sys/types.h>
 
-// A process whose output can be awaited while it runs.
+// A process whose output can be awaited while it runs. Without --name it gets a name of its own.
 class TaskProgram {
   public:
-    explicit TaskProgram(const std::vector<std::string>& arguments);
+    explicit TaskProgram(const std::vector<std::string>& given);
     ~TaskProgram();
     TaskProgram(const TaskProgram&) = delete;
     TaskProgram& operator=(const TaskProgram&) = delete;

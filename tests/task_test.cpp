@@ -31,14 +31,16 @@ struct Row {
 // The closing table by variable.
 std::map<std::string, Row> table_of(const std::string& output) {
     std::map<std::string, Row> rows;
-    std::istringstream text(output.substr(std::min(output.find("variable "), output.size())));
+    const std::size_t start = std::min(output.find("variable "), output.size());
+    std::istringstream text(output.substr(start, output.find("datagrams     ") - start));
     std::string line;
     for (std::getline(text, line); std::getline(text, line);) {
         std::istringstream words(line);
         std::string name;
         Row row;
-        if (words >> name >> row.value >> row.sampleTime >> row.updates)
-            rows[name] = row;
+        words >> name >> row.value >> row.sampleTime >> row.updates;
+        if (row.value == "-" || row.sampleTime.find('.') != std::string::npos)
+            rows[name] = row; // and not the line about fillers
     }
     return rows;
 }
@@ -63,7 +65,7 @@ TEST(Task, ReportsWhatARecordingHolds) {
         std::regex("datagrams     27 \\(128928 bytes\\)\nmessages      5310\nDAQ packets   5308\n"
                    "values        20220\nrate          \\d+ values/s over [0-9.]+ s\n"
                    "CTR gaps      0 \\(0 messages missing, 0 repeated or late\\)\n"
-                   "kernel drops  0\n")))
+                   "kernel drops  0\npriority      22 .*\n")))
         << end.output;
 }
 
@@ -159,7 +161,9 @@ TEST(Task, RefusesBadInputWithOneLine) {
         {{spec}, 1, ".*--table is required.*"},
         {{spec, "--table", table, "--sconds", "1"}, 1, ".*--sconds.*"},
         {{spec, "--table", table, "--seconds", "-1"}, 1, ".*--seconds.*"},
-        {{spec, "--table", table, "--simulate", "--listen", "127.0.0.1:0"}, 1, ".*excludes.*"},
+        {{spec, "--table", table, "--simulate", "--listen", "127.0.0.1:0"},
+         1,
+         "Requires at most 1 options be given from .*"},
         {{spec, "--table", table, "--simulate", "--pace", "max"}, 1, ".*--pace requires --pcap.*"},
         {{spec, "--table", table, "--listen", "nowhere"},
          1,
@@ -183,10 +187,152 @@ TEST(Task, RefusesBadInputWithOneLine) {
     for (const Case& c : cases) {
         const auto end = run_task(c.arguments);
         EXPECT_EQ(end.status, c.status) << end.errors;
-        EXPECT_EQ(end.output, "");
+        EXPECT_EQ(end.output.find("datagrams"), std::string::npos) << "nothing was started";
         EXPECT_TRUE(std::regex_match(end.errors, std::regex("xcp_daq_task: " + c.errors + "\n")))
             << end.errors;
     }
+}
+
+// ---- registration ----
+
+TEST(TaskRegistration, ASecondTaskOfTheNameIsRefusedUntilTheFirstHasEnded) {
+    const std::string name = "bench_" + std::to_string(getpid());
+    const std::vector<std::string> arguments = {examples + "/engine.spec",
+                                                "--table",
+                                                examples + "/engine.table",
+                                                "--listen",
+                                                "127.0.0.1:0",
+                                                "--name",
+                                                name,
+                                                "--priority",
+                                                "5"};
+    TaskProgram first(arguments);
+    ASSERT_TRUE(first.await_output("registered as " + name + ", task "));
+    ASSERT_TRUE(first.await_output("priority 5 (recorded, not applied)\n"));
+    const auto second = run_task(arguments);
+    EXPECT_EQ(second.status, 6);
+    EXPECT_EQ(second.errors,
+              "error log: xcp_daq/xcp_daq_master_init:101: 66 0: aborting - there is "
+              "already a <" +
+                  name +
+                  "> version running\nxcp_daq_task: the host did "
+                  "not register the name " +
+                  name + "\n");
+    first.signal(SIGKILL);
+    EXPECT_EQ(first.wait().status, 128 + SIGKILL);
+    TaskProgram third(arguments);
+    EXPECT_TRUE(third.await_output("registered as " + name));
+}
+
+TEST(TaskRegistration, WithoutARuntimeTheTaskEnds) {
+    setenv("HALMOR_STANDIN", "stopped", 1);
+    const auto end = run_task({examples + "/engine.spec", "--table", examples + "/engine.table"});
+    EXPECT_EQ(end.status, 6);
+    EXPECT_EQ(end.output, "\n Halmor must be running to use this task \n");
+}
+
+// ---- logs, dump, replay ----
+
+std::string line_after(const std::string& text, const std::string& start) {
+    const std::size_t at = text.find(start) + start.size();
+    return text.substr(at, text.find('\n', at) - at);
+}
+
+TEST(TaskFiles, ARecordedRunReplaysToTheSameValues) {
+    const TemporaryFile log;
+    const TemporaryFile measurements;
+    const std::string variables = examples + "/engine.variables";
+    const auto recorded =
+        run_task({examples + "/engine.spec", "--table", examples + "/engine.table", "--variables",
+                  variables, "--simulate", "--seconds", "1", "--dump", "--log", log.path(),
+                  "--measurement-log", measurements.path()});
+    ASSERT_EQ(recorded.status, 0) << recorded.errors;
+    const std::string dump = line_after(recorded.output, "dump in ");
+    const auto replayed = run_task({examples + "/engine.spec", "--table", measurements.path(),
+                                    "--variables", variables, "--replay", dump});
+    ASSERT_EQ(replayed.status, 0) << replayed.errors;
+    unlink(dump.c_str());
+
+    const auto before = table_of(recorded.output);
+    auto after = table_of(replayed.output);
+    ASSERT_EQ(before.size(), 10U);
+    for (const auto& [name, row] : before) {
+        EXPECT_GT(std::stoi(row.updates), 10) << name;
+        EXPECT_EQ(after[name].value + " " + after[name].updates, row.value + " " + row.updates);
+    }
+    EXPECT_EQ(line_after(replayed.output, "DAQ packets "),
+              line_after(recorded.output, "DAQ packets "));
+
+    EXPECT_TRUE(measurements.text().ends_with("\n---------\n"));
+    EXPECT_NE(log.text().find("Halmor Variable Name: engSpeed found \n"), std::string::npos);
+    EXPECT_NE(log.text().find("\nDAQ Count 3\n"), std::string::npos) << "the report";
+    EXPECT_TRUE(std::regex_search(log.text(), std::regex("\nStopped Logging[-0-9 ]+\n$")));
+}
+
+TEST(TaskFiles, WrongReplayFilesAreNamed) {
+    const auto replay = [](const std::vector<std::string>& file) {
+        std::vector<std::string> arguments = {examples + "/engine.spec", "--table",
+                                              examples + "/engine.table", "--replay"};
+        arguments.insert(arguments.end(), file.begin(), file.end());
+        return run_task(arguments);
+    };
+    const TemporaryFile good("4 \n0,2,1,2\n");
+    EXPECT_EQ(replay({good.path()}).status, 0);
+    const TemporaryFile gap("2 \n0,3\n0 \n\n2 \n0,3\n");
+    const auto stopped = replay({gap.path()});
+    EXPECT_EQ(stopped.status, 3);
+    EXPECT_EQ(stopped.errors,
+              "xcp_daq_task: " + gap.path() + ": record 2: no values behind the length line\n");
+    EXPECT_NE(stopped.output.find("DAQ packets   1\n"), std::string::npos)
+        << "the first one counts";
+    EXPECT_EQ(replay({"/nonexistent"}).errors,
+              "xcp_daq_task: /nonexistent: No such file or directory\n");
+    if (access("/specs/api_xcp_frame_daq_data.txt", F_OK) != 0) {
+        EXPECT_EQ(replay({}).errors, "xcp_daq_task: /specs/api_xcp_frame_daq_data.txt: "
+                                     "No such file or directory\n");
+    }
+}
+
+// ---- --check ----
+
+TEST(TaskCheck, ShowsTheLayoutOfAConfigurationThatDecodes) {
+    const auto end = run_task({data + "/slave.spec", "--table", data + "/slave.table", "--check"});
+    EXPECT_EQ(end.status, 0);
+    EXPECT_EQ(end.errors, "");
+    EXPECT_NE(end.output.find("DAQ Count 3\n"), std::string::npos);
+    EXPECT_NE(end.output.find("DAQ list 2, ODT 0: 8 bytes; in a packet of 12, the timestamp comes "
+                              "first\n  bytes   2 to   2  g_u8                      real     as it "
+                              "stands  * 1 + 0, 0 to 1.8e+19\n"),
+              std::string::npos)
+        << end.output;
+}
+
+TEST(TaskCheck, NamesWhatWouldNotDecode) {
+    const TemporaryFile spec(
+        "@XCP_SERVER\nhost 1\n$\n@LIST1\nl DAQ t\na - -\nb - -\nlost - -\n$\n");
+    const TemporaryFile variables("a real\nb integer\n");
+    const TemporaryFile table("a,0,0,0,3,0\na,0,0,0,2,0\nb,0,0,3,2,0\nx,0,0,2,1,0\n"
+                              "b,4,192,0,4,0\nfiller,0,1,0,3,0\na,0,0,1,0,0,0,0,0\n");
+    const auto end = run_task(
+        {spec.path(), "--table", table.path(), "--variables", variables.path(), "--check"});
+    EXPECT_EQ(end.status, 7);
+    const std::vector<std::string> faults = {
+        table.path() + ":1: a: size 3 is none of 1, 2, 4 and 8",
+        table.path() + ":2: a: ODT entry 0 is there already",
+        table.path() + ":2: a is in DAQ list 0 twice: only the later one is converted",
+        table.path() + ":3: b: ODT entry 3 comes where 1 is missing",
+        table.path() + ":3: b: without a conversion it is always 0",
+        table.path() + ":4: x: ODT entry 2 comes too late, behind 3",
+        table.path() + ":5: b: there is no DAQ list 4, only 0 to 3",
+        table.path() + ":5: b: no DAQ packet has ODT 192, only 0 to 191",
+        table.path() + ":5: b: without a conversion it is always 0",
+        spec.path() + ": lost: " + table.path() + " has no entry in DAQ list 0",
+        spec.path() + ": lost: the host has no such variable",
+    };
+    std::string expected;
+    for (const std::string& fault : faults)
+        expected += "xcp_daq_task: " + fault + "\n";
+    EXPECT_EQ(end.errors, expected);
 }
 
 } // namespace

@@ -1,24 +1,14 @@
 #include "variable_store.h"
 
-#include <cstring>
 #include <stdexcept>
 #include <type_traits>
 
 namespace halmor_standin {
 
-namespace {
-
-// Places in the client area that the runtime's clients rely on.
-struct ClientLayout {
-    std::size_t owner;
-    std::size_t marker;
-};
-
-ClientLayout layout_of(VariableKind kind) {
-    return kind == VariableKind::integer ? ClientLayout{216, 2} : ClientLayout{224, 54};
+// Where a client of the runtime finds the name of the owning task.
+static std::size_t owner_offset(VariableKind kind) {
+    return kind == VariableKind::integer ? 216 : 224;
 }
-
-} // namespace
 
 static_assert(std::is_standard_layout_v<Variable>, "the client area lies at the object's address");
 
@@ -27,17 +17,7 @@ Variable::Variable(std::string_view name, VariableKind kind, std::string_view ow
     if (owner.size() > longest_owner)
         throw std::invalid_argument("task name longer than " + std::to_string(longest_owner) +
                                     " characters: " + std::string(owner));
-    owner.copy(clientArea_.data() + layout_of(kind).owner, owner.size());
-}
-
-std::string_view Variable::owner() const {
-    return clientArea_.data() + layout_of(kind_).owner;
-}
-
-bool Variable::taken_by_owner() const {
-    std::uint16_t marker;
-    std::memcpy(&marker, clientArea_.data() + layout_of(kind_).marker, sizeof marker);
-    return marker != 0;
+    owner.copy(clientArea_.data() + owner_offset(kind), owner.size());
 }
 
 // The value's stores are releases and its loads acquires, so that a reader which sees a new value

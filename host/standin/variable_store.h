@@ -41,11 +41,6 @@ class Variable {
 
     const std::string& name() const { return name_; }
     VariableKind kind() const { return kind_; }
-    std::string_view owner() const;
-
-    // Whether the owning task has taken the variable for its measurements.
-    bool taken_by_owner() const;
-
     void write(double value, const timespec& sampleTime);
     Sample read() const;
 
