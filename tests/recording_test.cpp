@@ -74,7 +74,7 @@ std::vector<Write> run() {
     static api_xcp_daq daq;
     task::configure(daq, options);
     Collector collector;
-    halmor_standin::VariableStore::instance().observe(&collector);
+    halmor_standin::VariableStore::observe(&collector);
     task::CaptureSource source(capture, task::server_endpoint(options), false);
     daq.startWorkerThreads();
     api_xcp_daq::enableDAQProcessing();

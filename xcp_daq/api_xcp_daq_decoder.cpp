@@ -27,7 +27,8 @@ bool carries_timestamp(const odt_table_entry& first, const odt_table_entry& last
            packetLength >= xcp_daq::identification_size + xcp_daq::timestamp_size;
 }
 
-void take_timestamp(const Frame& frame, timespec* firstSampleTime) {
+// Out of line, so that packets without a timestamp do not pay for its registers.
+[[gnu::noinline]] void take_timestamp(const Frame& frame, timespec* firstSampleTime) {
     TimeValue_nsec =
         xcp_daq::load_little_endian<std::uint32_t>(&frame[xcp_daq::identification_size]);
     calculate_rollover(TimeValue_nsec, &LastTimeValue_nsec, &CorrectedSampleTime, firstSampleTime);
@@ -48,6 +49,14 @@ void write_value(const odt_table_entry& entry, const std::uint8_t* bytes) {
                      &CorrectedSampleTime);
 }
 
+[[gnu::cold, gnu::noinline]] void print_odd_size(std::int32_t size) {
+    xcp_daq::print_line(" Invalid odt entry size " + std::to_string(size));
+}
+
+[[gnu::cold, gnu::noinline]] void print_unknown_list(int daq) {
+    xcp_daq::print_line("Received Invalid buffer or out of range daqNum = " + std::to_string(daq));
+}
+
 void decode_entry(const odt_table_entry& entry, const std::uint8_t* bytes) {
     switch (entry.size) {
     case 1:
@@ -59,32 +68,31 @@ void decode_entry(const odt_table_entry& entry, const std::uint8_t* bytes) {
     case 8:
         return write_value<std::uint64_t>(entry, bytes);
     default:
-        return xcp_daq::print_line(" Invalid odt entry size " + std::to_string(entry.size));
+        return print_odd_size(entry.size);
     }
 }
 
-// Walks the entries of one ODT from `position`, which is its entry 0. A gap in the table and an
-// entry that is not wholly inside the packet end the packet in silence: a cut-off packet is a
-// normal case.
-void decode_entries(EntryMap::const_iterator position, EntryMap::const_iterator end,
-                    std::uint64_t count, const Frame& frame, std::int64_t shift) {
+// Walks the entries of one ODT from entry 0 to the last one: in the map, only entries of this ODT
+// lie between the two. A gap in the table and an entry that is not wholly inside the packet end the
+// packet in silence: a cut-off packet is a normal case.
+void decode_entries(EntryMap::const_iterator position, EntryMap::const_iterator last,
+                    const Frame& frame, std::int64_t shift) {
     const auto length = static_cast<std::int64_t>(frame.size());
-    const std::int32_t odt = position->first.first;
-    for (std::int32_t index = 0;; ++index, ++position) {
-        if (position == end || position->first != EntryMap::key_type{odt, index})
-            return;
+    for (std::int32_t index = 0; position->first.second == index; ++index, ++position) {
         const odt_table_entry& entry = *position->second;
         const std::int64_t first = entry.firstByte + shift;
         if (first < 0 || first + entry.size > length)
             return;
         if (entry.hostVar != nullptr)
             decode_entry(entry, frame.data() + first);
-        if (static_cast<std::uint64_t>(index) + 1 >= count)
+        if (position == last)
             return;
     }
 }
 
-void print_unknown_odt(const Frame& frame, int daq, int odt, std::int64_t lastIndex) {
+// Kept out of the decoder's own code, as are the other messages: they are rare, and text is large.
+[[gnu::cold, gnu::noinline]] void print_unknown_odt(const Frame& frame, int daq, int odt,
+                                                    std::int64_t lastIndex) {
     xcp_daq::print_line("buffer.size = " + std::to_string(frame.size()) +
                         " Unable daqNum= " + std::to_string(daq) +
                         " OdtEntryIndex= " + std::to_string(odt) + " to find entry in using odt " +
@@ -123,8 +131,7 @@ void api_xcp_daq::processFrame(const std::vector<std::uint8_t>& frame, timespec*
     const std::uint8_t odt = frame[0];
     const std::uint8_t daq = frame[1];
     if (daq >= MAX_NUMBER_DAQ_LISTS)
-        return xcp_daq::print_line("Received Invalid buffer or out of range daqNum = " +
-                                   std::to_string(daq));
+        return print_unknown_list(daq);
 
     const xcpDAQList& list = appData.daqList[daq];
     const EntryMap& entries = list.odtEntryMap;
@@ -143,5 +150,5 @@ void api_xcp_daq::processFrame(const std::vector<std::uint8_t>& frame, timespec*
         shift = xcp_daq::timestamp_size;
         take_timestamp(frame, firstSampleTime);
     }
-    decode_entries(first, entries.end(), count, frame, shift);
+    decode_entries(first, last, frame, shift);
 }

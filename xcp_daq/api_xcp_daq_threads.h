@@ -39,9 +39,10 @@ class XCPFrameBufferQueue {
 
     // Takes the oldest frame, waiting for one at most `timeout`; EmptyFrameBuffer when none came.
     T wait_for_buffer(std::chrono::milliseconds timeout) {
-        if (!XcpFrameBufferCount.try_acquire_for(timeout))
+        // The timed wait reads the clock even when a frame is there.
+        if (!XcpFrameBufferCount.try_acquire() && !XcpFrameBufferCount.try_acquire_for(timeout))
             return EmptyFrameBuffer;
-        const std::lock_guard lock(queueMutex);
+        const auto lock = lock_soon();
         if (frameQueue.empty())
             return EmptyFrameBuffer;
         T frame = std::move(frameQueue.front());
@@ -58,9 +59,31 @@ class XCPFrameBufferQueue {
   private:
     template <class Frame>
     void append(Frame&& frame) {
-        const std::lock_guard lock(queueMutex);
+        const auto lock = lock_soon();
         frameQueue.push_back(std::forward<Frame>(frame));
         XcpFrameBufferCount.release(); // under the lock, as a take must find the frame
+    }
+
+    // The mutex is held for a few nanoseconds, while sleeping on it and being woken costs
+    // microseconds: so it is tried a few times first, with pauses that let the holder work.
+    std::unique_lock<std::mutex> lock_soon() {
+        constexpr int first_pause = 8;
+        constexpr int longest_pause = 128;
+        std::unique_lock lock(queueMutex, std::defer_lock);
+        for (int pauses = first_pause; pauses <= longest_pause; pauses *= 2) {
+            if (lock.try_lock())
+                return lock;
+            for (int i = 0; i < pauses; ++i)
+                pause_briefly();
+        }
+        lock.lock();
+        return lock;
+    }
+
+    static void pause_briefly() {
+#if defined(__x86_64__) || defined(__i386__)
+        __builtin_ia32_pause();
+#endif
     }
 
     std::deque<T> frameQueue; // guarded by queueMutex

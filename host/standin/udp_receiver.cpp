@@ -1,8 +1,6 @@
 #include "udp_receiver.h"
 
 #include <linux/sock_diag.h>
-#include <poll.h>
-#include <sys/eventfd.h>
 #include <sys/socket.h>
 
 #include <array>
@@ -46,13 +44,6 @@ FileDescriptor bound_socket(const UdpEndpoint& listen) {
     return socket;
 }
 
-FileDescriptor wake_up_event() {
-    FileDescriptor event(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
-    if (event.get() < 0)
-        fail("cannot make an event");
-    return event;
-}
-
 // The thread is the only writer, so a plain sum is enough.
 void add(std::atomic<std::uint64_t>& counter, std::uint64_t amount) {
     counter.store(counter.load(std::memory_order_relaxed) + amount, std::memory_order_relaxed);
@@ -77,17 +68,16 @@ struct UdpReceiver::Batch {
         }
     }
 
-    int receive(int socket) {
+    int receive(int socket, int flags) {
         for (mmsghdr& message : messages)
             message.msg_hdr.msg_namelen = sizeof(sockaddr_in);
-        return recvmmsg(socket, messages.data(), batch_size, MSG_DONTWAIT, nullptr);
+        return recvmmsg(socket, messages.data(), batch_size, flags, nullptr);
     }
 };
 
 UdpReceiver::UdpReceiver(const UdpEndpoint& listen, const UdpEndpoint& source, Callback callback)
-    : socket_(bound_socket(listen)), wakeUp_(wake_up_event()), source_(source),
-      callback_(std::move(callback)), batch_(std::make_unique<Batch>()),
-      thread_([this] { receive(); }) {}
+    : socket_(bound_socket(listen)), source_(source), callback_(std::move(callback)),
+      batch_(std::make_unique<Batch>()), thread_([this] { receive(); }) {}
 
 UdpReceiver::~UdpReceiver() {
     stop();
@@ -97,38 +87,35 @@ void UdpReceiver::stop() {
     if (!thread_.joinable())
         return;
     stopping_ = true;
-    eventfd_write(wakeUp_.get(), 1);
+    // Wakes the thread: a UDP socket that is shut down hands out what it holds, and then messages
+    // that come from nowhere. (The call itself reports that such a socket has no peer.)
+    shutdown(socket_.get(), SHUT_RD);
     thread_.join();
 }
 
 void UdpReceiver::receive() {
-    std::array<pollfd, 2> events{{{socket_.get(), POLLIN, 0}, {wakeUp_.get(), POLLIN, 0}}};
-    while (!stopping_) {
-        if (take_batch())
-            continue;
-        if (errorNumber_ != 0)
-            return;
-        poll(events.data(), events.size(), -1);
+    // Waits for the first datagram of a batch and takes with it what else is there.
+    while (take_batch(MSG_WAITFORONE) && !stopping_) {
     }
     const auto end = std::chrono::steady_clock::now() + longest_drain;
-    while (take_batch() && std::chrono::steady_clock::now() < end) {
+    while (take_batch(MSG_DONTWAIT) && std::chrono::steady_clock::now() < end) {
     }
 }
 
-// False when there was nothing, or the socket has failed.
-bool UdpReceiver::take_batch() {
-    const int count = batch_->receive(socket_.get());
+// False when nothing will come any more: the socket has been shut down, or has failed.
+bool UdpReceiver::take_batch(int flags) {
+    const int count = batch_->receive(socket_.get(), flags);
     if (count < 0) {
-        if (errno == EINTR)
-            return true;
-        if (errno != EAGAIN && errno != EWOULDBLOCK)
+        if (errno != EINTR && errno != EAGAIN)
             errorNumber_ = errno;
-        return false;
+        return errno == EINTR;
     }
     for (std::size_t i = 0; i < static_cast<std::size_t>(count); ++i) {
+        const mmsghdr& message = batch_->messages[i];
+        if (message.msg_hdr.msg_namelen == 0)
+            return false;
         if (from_sockaddr(batch_->sources[i]) == source_)
-            deliver(static_cast<const std::uint8_t*>(batch_->buffers[i].iov_base),
-                    batch_->messages[i].msg_len);
+            deliver(static_cast<const std::uint8_t*>(batch_->buffers[i].iov_base), message.msg_len);
         else
             add(foreign_, 1);
     }

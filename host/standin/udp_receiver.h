@@ -47,13 +47,12 @@ class UdpReceiver {
 
   private:
     void receive();
-    bool take_batch();
+    bool take_batch(int flags);
     void deliver(const std::uint8_t* data, std::uint64_t length);
 
     struct Batch;
 
     FileDescriptor socket_;
-    FileDescriptor wakeUp_; // readable once stop() has been called
     UdpEndpoint source_;
     Callback callback_;
     std::unique_ptr<Batch> batch_; // the receiving thread's

@@ -74,11 +74,7 @@ Variable* VariableStore::find(const std::string& name) {
     return at(number_of(name));
 }
 
-void VariableStore::write(Variable& variable, double value, const timespec& sampleTime) {
-    variable.write(value, sampleTime);
-    if (WriteObserver* observer = observer_.load(std::memory_order_acquire))
-        observer->written(variable, value, sampleTime);
-}
+std::atomic<WriteObserver*> VariableStore::observer_ = nullptr;
 
 } // namespace halmor_standin
 
@@ -107,9 +103,9 @@ void daq_variable_setup(DaqVariable* descriptor, VariableId*, void* address) {
 }
 
 void set_daq_integer(DaqVariable* variable, std::int32_t value, const timespec* sampleTime) {
-    VariableStore::instance().write(*static_cast<Variable*>(variable->object), value, *sampleTime);
+    VariableStore::write(*static_cast<Variable*>(variable->object), value, *sampleTime);
 }
 
 void set_daq_real(DaqVariable* variable, double value, const timespec* sampleTime) {
-    VariableStore::instance().write(*static_cast<Variable*>(variable->object), value, *sampleTime);
+    VariableStore::write(*static_cast<Variable*>(variable->object), value, *sampleTime);
 }

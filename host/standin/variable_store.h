@@ -81,10 +81,15 @@ class VariableStore {
 
     // The one observer of all writes, or null for none; not owned. To be changed while nothing
     // writes.
-    void observe(WriteObserver* observer) { observer_ = observer; }
+    static void observe(WriteObserver* observer) { observer_ = observer; }
 
-    // For set_daq_integer and set_daq_real.
-    void write(Variable& variable, double value, const timespec& sampleTime);
+    // For set_daq_integer and set_daq_real: once per value, so it looks at nothing but the variable
+    // and the observer.
+    static void write(Variable& variable, double value, const timespec& sampleTime) {
+        variable.write(value, sampleTime);
+        if (WriteObserver* observer = observer_.load(std::memory_order_acquire))
+            observer->written(variable, value, sampleTime);
+    }
 
     // For get_vrbl_adr: the variable under a number counted from 1, or null.
     Variable* at(std::uint64_t number);
@@ -94,7 +99,7 @@ class VariableStore {
     std::mutex mutex_;
     std::deque<Variable> variables_;               // guarded by mutex_; elements never move
     std::map<std::string, std::uint64_t> numbers_; // guarded by mutex_
-    std::atomic<WriteObserver*> observer_ = nullptr;
+    static std::atomic<WriteObserver*> observer_;
 };
 
 } // namespace halmor_standin
