@@ -1,6 +1,7 @@
 # Sourced by run-demo and run-tests: makes sure that Debian packages are there.
 
 build_packages=(g++ cmake ninja-build libcli11-dev libfmt-dev libpcap-dev libgtest-dev)
+bench_packages=(libbenchmark-dev valgrind)
 check_packages=(clang libclang-rt-14-dev clang-format binutils)
 
 is_installed() {

@@ -1,0 +1,211 @@
+// Over UDP on the loopback interface: rate, and latency from the socket to the value.
+
+#include "api_xcp_daq_threads.h"
+#include "ratios.h"
+#include "road.h"
+#include "udp_receiver.h"
+#include "variable_store.h"
+
+#include <sys/socket.h>
+
+#include <algorithm>
+#include <chrono>
+#include <memory>
+#include <stdexcept>
+#include <thread>
+
+namespace bench {
+
+namespace {
+
+using halmor_standin::FileDescriptor;
+using halmor_standin::UdpEndpoint;
+using halmor_standin::UdpReceiver;
+using Clock = std::chrono::steady_clock;
+
+const UdpEndpoint any_port = halmor_standin::parse_endpoint("127.0.0.1:0");
+
+class Sender {
+  public:
+    Sender() {
+        const sockaddr_in any = to_sockaddr(any_port);
+        if (bind(socket_.get(), reinterpret_cast<const sockaddr*>(&any), sizeof any) != 0)
+            throw std::runtime_error("no socket to send from");
+    }
+    UdpEndpoint endpoint() const { return halmor_standin::local_endpoint(socket_.get()); }
+    void connect_to(const UdpEndpoint& receiver) {
+        const sockaddr_in address = to_sockaddr(receiver);
+        if (connect(socket_.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) !=
+            0)
+            throw std::runtime_error("cannot reach the receiver");
+    }
+    void send(const Frame& payload) {
+        if (::send(socket_.get(), payload.data(), payload.size(), 0) < 0)
+            throw std::runtime_error("cannot send");
+    }
+
+  private:
+    FileDescriptor socket_{::socket(AF_INET, SOCK_DGRAM, 0)};
+};
+
+// A sender and a receiver that know each other.
+class Network {
+  public:
+    explicit Network(UdpReceiver::Callback callback)
+        : receiver(any_port, sender.endpoint(), std::move(callback)) {
+        sender.connect_to(receiver.local());
+    }
+    Sender sender;
+    UdpReceiver receiver;
+};
+
+// ---- rate ----
+
+constexpr std::uint64_t datagrams = 20000;
+constexpr std::uint64_t most_ahead = 8192;
+
+void send_all(Network& network, const Frame& payload) {
+    const std::uint64_t before = network.receiver.counters().datagrams;
+    for (std::uint64_t sent = 0; sent < datagrams; ++sent) {
+        while (sent % 64 == 0 && before + sent > network.receiver.counters().datagrams + most_ahead)
+            std::this_thread::yield();
+        network.sender.send(payload);
+    }
+    while (network.receiver.counters().datagrams < before + datagrams)
+        std::this_thread::yield();
+    if (network.receiver.counters().kernelDrops > 0)
+        throw std::runtime_error("datagrams were lost");
+}
+
+Prepare library_over_udp(std::size_t packetSize) {
+    return [packetSize] {
+        const Datagram datagram = datagram_for(packetSize);
+        auto road = std::make_shared<LibraryRoad>();
+        auto network = std::make_shared<Network>(api_xcp_daq_push_frame);
+        return [road, network, datagram] {
+            const std::uint64_t before = updates_of_last(0, 0);
+            return seconds_of([&] {
+                send_all(*network, datagram.payload);
+                await_updates(before + datagrams * datagram.packets);
+            });
+        };
+    };
+}
+
+Prepare thrown_away(std::size_t packetSize) {
+    return [packetSize] {
+        const Datagram datagram = datagram_for(packetSize);
+        auto network = std::make_shared<Network>([](const std::uint8_t*, std::uint64_t) {});
+        return [network, datagram] {
+            return seconds_of([&] { send_all(*network, datagram.payload); });
+        };
+    };
+}
+
+// ---- latency ----
+
+constexpr std::size_t latency_samples = 500;
+constexpr std::chrono::milliseconds sample_interval{1};
+
+// When the datagram with each number was seen at the end of the road.
+class Arrivals : public halmor_standin::WriteObserver {
+  public:
+    void written(const halmor_standin::Variable&, double, const timespec&) override { note(); }
+    void note() {
+        times_[count_] = Clock::now();
+        count_.store(count_ + 1, std::memory_order_release);
+    }
+    std::size_t count() const { return count_.load(std::memory_order_acquire); }
+    Clock::time_point time(std::size_t number) const { return times_[number]; }
+
+  private:
+    std::vector<Clock::time_point> times_ = std::vector<Clock::time_point>(latency_samples);
+    std::atomic<std::size_t> count_ = 0;
+};
+
+double latency(Network& network, const Frame& payload, const Arrivals& arrivals, double quantile) {
+    std::vector<double> seconds;
+    for (std::size_t i = 0; i < latency_samples; ++i) {
+        std::this_thread::sleep_for(sample_interval);
+        const auto sent = Clock::now();
+        network.sender.send(payload);
+        while (arrivals.count() <= i)
+            std::this_thread::sleep_for(std::chrono::microseconds(50));
+        seconds.push_back(std::chrono::duration<double>(arrivals.time(i) - sent).count());
+    }
+    std::sort(seconds.begin(), seconds.end());
+    return seconds[static_cast<std::size_t>(quantile * (latency_samples - 1))];
+}
+
+Frame one_value() {
+    clear_table();
+    add_mixed_odt(0, 0, 1);
+    Frame payload;
+    xcp_daq::append_message(payload, 0, packet_for(0, 0));
+    return payload;
+}
+
+Prepare library_latency(double quantile) {
+    return [quantile] {
+        return [quantile] {
+            const Frame payload = one_value();
+            Arrivals arrivals;
+            halmor_standin::VariableStore::observe(&arrivals);
+            LibraryRoad road;
+            Network network(api_xcp_daq_push_frame);
+            const double seconds = latency(network, payload, arrivals, quantile);
+            halmor_standin::VariableStore::observe(nullptr);
+            return seconds;
+        };
+    };
+}
+
+// The same socket and receive loop, then a semaphore wakes a second thread.
+Prepare wake_up_latency(double quantile) {
+    return [quantile] {
+        return [quantile] {
+            const Frame payload = one_value();
+            Arrivals arrivals;
+            std::counting_semaphore<> count{0};
+            std::thread woken([&] {
+                for (std::size_t i = 0; i < latency_samples; ++i) {
+                    count.acquire();
+                    arrivals.note();
+                }
+            });
+            double seconds = 0;
+            {
+                Network network([&](const std::uint8_t*, std::uint64_t) { count.release(); });
+                seconds = latency(network, payload, arrivals, quantile);
+            }
+            woken.join();
+            return seconds;
+        };
+    };
+}
+
+} // namespace
+
+void add_network() {
+    for (const std::size_t size : packet_sizes) {
+        const Datagram datagram = datagram_for(size);
+        const bool large = size == 240;
+        const Row row{
+            "udp",          size_text(size) + (large ? ", to discarding" : ", to the road's rate"),
+            "at least 0.8", true,
+            true,           link_seconds(datagram)};
+        add(row, "library", datagrams * datagram.packets, library_over_udp(size));
+        if (large)
+            add(row, "floor", datagrams * datagram.packets, thrown_away(size));
+        else
+            add(row, "floor", road_items(datagram), along<LibraryRoad>(size));
+    }
+    for (const auto& [title, quantile, reach] : {std::tuple("1 kHz, p50", 0.50, "at most 1.25"),
+                                                 std::tuple("1 kHz, p99", 0.99, "reported")}) {
+        const Row row{"latency", title, reach, true};
+        add(row, "library", 1, library_latency(quantile), true);
+        add(row, "floor", 1, wake_up_latency(quantile), true);
+    }
+}
+
+} // namespace bench
