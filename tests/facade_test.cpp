@@ -65,12 +65,6 @@ TEST(Facade, EveryDestructionEmptiesTheListsAndNothingElse) {
     EXPECT_EQ(filled.halVarList.capacity(), 0U);
 }
 
-TEST(Facade, ConstantQueries) {
-    EXPECT_EQ(api_xcp_daq::getNumberDAQLists(), 4);
-    EXPECT_EQ(api_xcp_daq::getNumberSTIMList(), 4);
-    EXPECT_EQ(api_xcp_daq::cleanup(), 1);
-}
-
 TEST(Facade, MeasurementInfoIsCopiedForTheFourListsOnly) {
     api_xcp_daq object;
     appData.daqList[3].daqResource = "STIM";

@@ -45,12 +45,6 @@ TEST(Ingestion, SplitsADatagramInOrder) {
     EXPECT_EQ(queued(), (std::vector<Bytes>{{0, 0, 1}, {0xBF, 3}, {5}}));
 }
 
-TEST(Ingestion, LenIsLittleEndian) {
-    Bytes packet(0x0102, 0);
-    push(datagram({packet}));
-    EXPECT_EQ(queued(), std::vector<Bytes>{packet});
-}
-
 TEST(Ingestion, NothingComesOfNothing) {
     api_xcp_daq_push_frame(nullptr, 100);
     push({});

@@ -125,24 +125,6 @@ TEST(Task, ReceivesFromTheNetworkUntilItIsSignalled) {
               std::string::npos);
 }
 
-TEST(Task, ValuesThatNeverCameAreShownAsSuch) {
-    TaskProgram task({examples + "/engine.spec", "--table", examples + "/engine.table", "--listen",
-                      "127.0.0.1:0"});
-    ASSERT_TRUE(task.await_output("127.0.0.1"));
-    task.signal(SIGINT);
-    const auto end = task.wait();
-    EXPECT_EQ(end.status, 0);
-    EXPECT_EQ(table_of(end.output)["engSpeed"].value, "-");
-    EXPECT_EQ(table_of(end.output)["engSpeed"].sampleTime, "never");
-}
-
-TEST(Task, HelpListsTheExitStatuses) {
-    const auto end = run_task({"--help"});
-    EXPECT_EQ(end.status, 0);
-    EXPECT_NE(end.output.find("  3  a file is missing, cannot be read or is wrong\n"),
-              std::string::npos);
-}
-
 // Bad input: one line that names place and cause, and the status.
 TEST(Task, RefusesBadInputWithOneLine) {
     const std::string spec = examples + "/engine.spec";
@@ -294,18 +276,6 @@ TEST(TaskFiles, WrongReplayFilesAreNamed) {
 }
 
 // ---- --check ----
-
-TEST(TaskCheck, ShowsTheLayoutOfAConfigurationThatDecodes) {
-    const auto end = run_task({data + "/slave.spec", "--table", data + "/slave.table", "--check"});
-    EXPECT_EQ(end.status, 0);
-    EXPECT_EQ(end.errors, "");
-    EXPECT_NE(end.output.find("DAQ Count 3\n"), std::string::npos);
-    EXPECT_NE(end.output.find("DAQ list 2, ODT 0: 8 bytes; in a packet of 12, the timestamp comes "
-                              "first\n  bytes   2 to   2  g_u8                      real     as it "
-                              "stands  * 1 + 0, 0 to 1.8e+19\n"),
-              std::string::npos)
-        << end.output;
-}
 
 TEST(TaskCheck, NamesWhatWouldNotDecode) {
     const TemporaryFile spec(
