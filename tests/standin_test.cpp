@@ -70,20 +70,24 @@ TEST(VariableStore, AReaderNeverSeesHalfAWrite) {
     Variable variable("v", VariableKind::real, "");
     std::atomic<bool> done = false;
     std::atomic<bool> torn = false;
+    std::atomic<int> reads = 0;
     std::vector<std::thread> readers;
     for (int i = 0; i < 2; ++i)
         readers.emplace_back([&] {
             while (!done) {
                 const Sample s = variable.read();
+                ++reads;
                 if (s.updates != static_cast<std::uint64_t>(s.value) ||
                     s.sampleTime.tv_sec != static_cast<time_t>(s.updates) ||
                     s.sampleTime.tv_nsec != static_cast<long>(s.updates))
                     torn = true;
             }
         });
-    constexpr long writes = 200000;
-    for (long i = 1; i <= writes; ++i)
-        variable.write(static_cast<double>(i), {i, i});
+    long writes = 0;
+    while (writes < 1000000 || reads < 10000) {
+        ++writes;
+        variable.write(static_cast<double>(writes), {writes, writes});
+    }
     done = true;
     for (auto& reader : readers)
         reader.join();

@@ -122,6 +122,19 @@ TEST(UdpReceiver, StopsPromptlyWithNobodySending) {
     EXPECT_LT(std::chrono::steady_clock::now() - start, 2s);
 }
 
+TEST(UdpReceiver, TellsWhenItsSocketHasDied) {
+    const Sender slave;
+    UdpReceiver receiver(loopback, slave.endpoint(), [](const std::uint8_t*, std::uint64_t) {});
+    for (int file = 3; file < 256; ++file) {
+        sockaddr_in address{};
+        socklen_t size = sizeof address;
+        if (getsockname(file, reinterpret_cast<sockaddr*>(&address), &size) == 0 &&
+            from_sockaddr(address) == receiver.local())
+            shutdown(file, SHUT_RD);
+    }
+    await([&] { return receiver.error() == "Software caused connection abort"; });
+}
+
 TEST(UdpReceiver, NamesTheAddressThatItCannotHave) {
     const Sender owner;
     try {

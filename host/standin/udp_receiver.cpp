@@ -97,6 +97,8 @@ void UdpReceiver::receive() {
     // Waits for the first datagram of a batch and takes with it what else is there.
     while (take_batch(MSG_WAITFORONE) && !stopping_) {
     }
+    if (!stopping_ && errorNumber_ == 0)
+        errorNumber_ = ECONNABORTED; // shut down by somebody else
     const auto end = std::chrono::steady_clock::now() + longest_drain;
     while (take_batch(MSG_DONTWAIT) && std::chrono::steady_clock::now() < end) {
     }
