@@ -3,7 +3,6 @@
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
-#include <chrono>
 #include <cstdio>
 #include <deque>
 #include <map>
@@ -97,12 +96,6 @@ void add(const Row& row, const std::string& variant, std::size_t items, Prepare 
     registered->UseManualTime();
     if (once)
         registered->Iterations(1);
-}
-
-double seconds_of(const std::function<void()>& work) {
-    const auto start = std::chrono::steady_clock::now();
-    work();
-    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
 }
 
 } // namespace bench

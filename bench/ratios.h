@@ -3,6 +3,7 @@
 // same run and alternating with it; of each the least time of its repetitions counts, or, where
 // threads work together, the median.
 
+#include <chrono>
 #include <cstddef>
 #include <functional>
 #include <string>
@@ -30,7 +31,11 @@ struct Row {
 void add(const Row& row, const std::string& variant, std::size_t items, Prepare prepare,
          bool once = false);
 
-double seconds_of(const std::function<void()>& work);
+inline double seconds_of(const std::function<void()>& work) {
+    const auto start = std::chrono::steady_clock::now();
+    work();
+    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+}
 
 // Each adds the rows of one file.
 void add_decode();

@@ -62,8 +62,7 @@ std::string variable_table() {
                        value_text(sample), time_text(sample), sample.updates);
     }
     if (const std::size_t unbound = unbound_entries(); unbound > 0)
-        fmt::format_to(out, "fillers: {} (entries of the table that no variable takes)\n",
-                       unbound);
+        fmt::format_to(out, "fillers: {} (entries of the table that no variable takes)\n", unbound);
     return text;
 }
 

@@ -92,7 +92,7 @@ TEST_F(RoadUnderLoad, StartAndStopLoseNothingAndRepeatNothing) {
     for (int producer = 0; producer < producers; ++producer)
         pushed.push_back(produce(producer));
     std::chrono::steady_clock::duration longestStop{};
-    for (int round = 0; round < 2000; ++round) {
+    for (int round = 0; round < 3000; ++round) {
         object.startWorkerThreads();
         std::this_thread::yield();
         const auto start = std::chrono::steady_clock::now();

@@ -132,6 +132,10 @@ TEST(Task, RefusesBadInputWithOneLine) {
     const TemporaryFile badSpec("@XCP_SERVER\n127.0.0.1:70000\n$\n");
     const TemporaryFile badTable("engSpeed,0,0,0,2,16\nengSpeed,0\n");
     const TemporaryFile badVariables("engSpeed float\n");
+    const int taken = socket(AF_INET, SOCK_DGRAM, 0);
+    const sockaddr_in any = to_sockaddr(halmor_standin::parse_endpoint("127.0.0.1:0"));
+    ASSERT_EQ(bind(taken, reinterpret_cast<const sockaddr*>(&any), sizeof any), 0);
+    const std::string inUse = to_text(halmor_standin::local_endpoint(taken));
     const TemporaryFile noCapture("not a capture, whatever its name says");
     struct Case {
         std::vector<std::string> arguments;
@@ -165,6 +169,9 @@ TEST(Task, RefusesBadInputWithOneLine) {
         {{spec, "--table", table, "--listen", "192.0.2.1:5555"},
          4,
          "cannot listen on 192.0.2.1:5555: .*"},
+        {{spec, "--table", table, "--listen", inUse},
+         4,
+         "cannot listen on " + inUse + ": Address already in use"},
     };
     for (const Case& c : cases) {
         const auto end = run_task(c.arguments);
