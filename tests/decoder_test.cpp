@@ -77,14 +77,6 @@ TEST_F(Decoder, ATimestampShiftsTheEntriesWhenModeAndLengthSayso) {
     EXPECT_EQ(host().writes()[0].sampleTime.tv_nsec, 5 + 0x10);
 }
 
-TEST_F(Decoder, LaterOdtsAreStampedWithTheLastTimestamp) {
-    add_plain("a", 0, 0, 0, 1, MODE_TIMESTAMP);
-    add_plain("b", 0, 1, 0, 1, MODE_TIMESTAMP);
-    decode({0, 0, 9, 0, 0, 0, 1}, {1000, 0});
-    decode({1, 0, 2}, {1000, 0});
-    EXPECT_EQ(host().writes()[1].sampleTime.tv_sec, 1000);
-}
-
 TEST_F(Decoder, IntegerStepsDifferBySize) {
     EXPECT_EQ(convert_integer(1, {200}, 2, 0, 0, 1000), 144) << "cut to 8 bits before the limits";
     EXPECT_EQ(convert_integer(1, {0}, 1, -1, 0, 1000), 255);

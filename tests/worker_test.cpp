@@ -8,7 +8,6 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
-#include <future>
 #include <thread>
 
 using namespace std::chrono_literals;
@@ -69,18 +68,6 @@ TEST_F(Worker, DiscardsFramesWhileDisabled) {
     EXPECT_EQ(host().writes().size(), 1U);
 }
 
-TEST_F(Worker, FramesWaitBetweenStopAndStart) {
-    api_xcp_daq::enableDAQProcessing();
-    object.startWorkerThreads();
-    push(1);
-    EXPECT_EQ(host().await_writes(1).size(), 1U);
-    object.stopWorkerThreads();
-    push(2);
-    EXPECT_EQ(XCPFrameBuffer.size(), 1U);
-    object.startWorkerThreads();
-    EXPECT_EQ(host().await_writes(2).at(1).value, 2);
-}
-
 using Time = std::pair<time_t, long>;
 
 Time now() {
@@ -133,27 +120,6 @@ TEST_F(Worker, OneWorkerAtATimeBelongsToTheObjectThatStartedIt) {
     push(2);
     EXPECT_EQ(host().await_writes(2).size(), 2U);
     other.stopWorkerThreads();
-}
-
-TEST_F(Worker, StopWaitsForTheFrameInHand) {
-    std::promise<void> inside;
-    std::promise<void> goOn;
-    host().onWrite = [&] {
-        inside.set_value();
-        goOn.get_future().wait();
-    };
-    api_xcp_daq::enableDAQProcessing();
-    object.startWorkerThreads();
-    push(1);
-    inside.get_future().wait();
-    std::thread stopper([&] { object.stopWorkerThreads(); });
-    while (frameThreadStopped == 0)
-        std::this_thread::yield();
-    push(2);
-    goOn.set_value();
-    stopper.join();
-    EXPECT_EQ(host().writes().size(), 1U);
-    EXPECT_EQ(XCPFrameBuffer.size(), 1U);
 }
 
 } // namespace
