@@ -26,8 +26,8 @@ struct ExitStatusText {
 constexpr ExitStatusText exit_statuses[] = {
     {ExitStatus::success, "the run ended as it should"},
     {ExitStatus::options, "wrong options"},
-    {ExitStatus::values_missing, "values that were sent did not arrive"},
-    {ExitStatus::file, "a file is missing, cannot be read or is wrong"},
+    {ExitStatus::values_missing, "values did not arrive, or, with --strict, anything was lost"},
+    {ExitStatus::file, "a file is missing, wrong, or cannot be read or written"},
     {ExitStatus::network, "the network cannot be used as asked, or failed while receiving"},
     {ExitStatus::internal, "the task itself failed, for want of memory or threads"},
     {ExitStatus::registration, "the host refused the registration"},

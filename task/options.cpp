@@ -63,6 +63,9 @@ std::optional<Options> parse_options(int argc, const char* const* argv) {
     app.add_option("--measurement-log", options.measurementLog,
                    "Write a line per measurement and conversion into this file, which can serve as "
                    "a measurement table");
+    app.add_option("--record", options.record,
+                   "Write every value with its sample time into this CSV file");
+    app.add_flag("--strict", options.strict, "End with status 2 when anything was lost");
     app.add_flag("--dump", options.dump,
                  "Write every DAQ packet into a file in /tmp, whose name is printed");
     app.add_flag("--check", options.check,

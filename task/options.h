@@ -25,7 +25,9 @@ struct Options {
     std::optional<std::string> log;
     std::optional<std::string> measurementLog;
     bool dump = false;
-    bool check = false; // the configuration, instead of a run
+    std::optional<std::string> record; // CSV file
+    bool strict = false;               // any loss is a failure
+    bool check = false;                // the configuration, instead of a run
 };
 
 // Prints the help and gives nothing when that is what was asked for. Throws Failure.

@@ -8,6 +8,8 @@
 
 #include <algorithm>
 #include <iterator>
+#include <utility>
+#include <vector>
 
 namespace task {
 
@@ -25,6 +27,14 @@ std::string time_text(const Sample& sample) {
     return sample.updates == 0
                ? "never"
                : fmt::format("{}.{:09}", sample.sampleTime.tv_sec, sample.sampleTime.tv_nsec);
+}
+
+std::vector<std::string> variables_updated(std::uint64_t times) {
+    std::vector<std::string> names;
+    for (const Variable& variable : VariableStore::instance().variables())
+        if (variable.read().updates == times)
+            names.push_back(variable.name());
+    return names;
 }
 
 std::size_t unbound_entries() {
@@ -92,6 +102,33 @@ std::string closing_counts(const RunCounts& counts) {
     if (counts.waiting > 0)
         fmt::format_to(out, "not decoded   {} frames\n", counts.waiting);
     return text;
+}
+
+bool anything_lost(const RunCounts& counts) {
+    return counts.messages.missing + counts.messages.cutOff + counts.losses.kernelDrops +
+               counts.losses.failures + counts.waiting >
+           0;
+}
+
+std::string trust_text(const RunCounts& counts, const SampleTimeWatch& watch) {
+    std::vector<std::string> doubts;
+    if (anything_lost(counts))
+        doubts.emplace_back("packets were lost (see the counts)");
+    if (counts.messages.repeated > 0)
+        doubts.emplace_back("messages came twice or out of order");
+    if (watch.jumps() > 0)
+        doubts.push_back(fmt::format("the sample time jumped {} times", watch.jumps()));
+    for (const SampleTimeWatch::Jump& jump : watch.first_jumps())
+        doubts.push_back(fmt::format("  at {}: from {}.{:09} to {}.{:09}", jump.variable,
+                                     jump.from.tv_sec, jump.from.tv_nsec, jump.to.tv_sec,
+                                     jump.to.tv_nsec));
+    for (const auto& [updates, text] :
+         {std::pair(0U, "never updated:"), {1U, "updated only once:"}})
+        if (const auto names = variables_updated(updates); !names.empty())
+            doubts.push_back(fmt::format("{} {}", text, fmt::join(names, ", ")));
+    if (doubts.empty())
+        return "trust         yes: nothing was lost, every variable came, the sample time ran on\n";
+    return fmt::format("trust         no:\n  {}\n", fmt::join(doubts, "\n  "));
 }
 
 } // namespace task

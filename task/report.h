@@ -3,6 +3,7 @@
 
 #include "datagram_source.h"
 #include "message_counter.h"
+#include "sample_time_watch.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -25,5 +26,11 @@ std::string progress_line(const RunCounts& now, const RunCounts& before);
 std::string variable_table();
 
 std::string closing_counts(const RunCounts& counts);
+
+// Whether anything was lost on the way: what --strict asks for.
+bool anything_lost(const RunCounts& counts);
+
+// Whether the run can be trusted, and what speaks against it.
+std::string trust_text(const RunCounts& counts, const SampleTimeWatch& watch);
 
 } // namespace task

@@ -5,12 +5,14 @@
 #include "capture_source.h"
 #include "configuration.h"
 #include "configuration_check.h"
+#include "csv_recorder.h"
 #include "file_error.h"
 #include "frame_dump.h"
 #include "logs.h"
 #include "registration.h"
 #include "replay_source.h"
 #include "report.h"
+#include "sample_time_watch.h"
 #include "simulated_source.h"
 #include "termination_signals.h"
 #include "udp_source.h"
@@ -87,10 +89,38 @@ class Worker {
     api_xcp_daq& daq_;
 };
 
+// Sees every value on the worker's thread, for as long as the object lives.
+class ValueObserver : public halmor_standin::WriteObserver {
+  public:
+    explicit ValueObserver(const Options& options) {
+        if (options.record)
+            recorder_.emplace(*options.record);
+        halmor_standin::VariableStore::observe(this);
+    }
+    ~ValueObserver() override { halmor_standin::VariableStore::observe(nullptr); }
+
+    void written(const halmor_standin::Variable& variable, double value,
+                 const timespec& sampleTime) override {
+        watch_.take(variable, sampleTime);
+        if (recorder_)
+            recorder_->take(variable, value, sampleTime);
+    }
+
+    const SampleTimeWatch& watch() const { return watch_; }
+    void close() {
+        if (recorder_)
+            recorder_->close();
+    }
+
+  private:
+    SampleTimeWatch watch_;
+    std::optional<CsvRecorder> recorder_;
+};
+
 class Run {
   public:
     Run(const Options& options, api_xcp_daq& daq, TerminationSignals& signals)
-        : options_(options), daq_(daq), signals_(signals) {}
+        : options_(options), daq_(daq), signals_(signals), observer_(options) {}
 
     ExitStatus execute() {
         source_ = make_source(options_);
@@ -109,11 +139,13 @@ class Run {
             source_->stop();
             drain();
         }
-        print(variable_table() + closing_counts(counts()));
+        const RunCounts last = counts();
+        print(variable_table() + closing_counts(last) + trust_text(last, observer_.watch()));
+        observer_.close();
         if (dump_)
             dump_->close();
         source_->check();
-        return judge();
+        return judge(last);
     }
 
   private:
@@ -155,16 +187,18 @@ class Run {
         }
     }
 
-    ExitStatus judge() const {
+    ExitStatus judge(const RunCounts& last) const {
         const auto missing = source_->missing_values();
         for (const std::string& line : missing)
             std::fprintf(stderr, "xcp_daq_task: %s\n", line.c_str());
-        return missing.empty() ? ExitStatus::success : ExitStatus::values_missing;
+        const bool lost = options_.strict && anything_lost(last);
+        return missing.empty() && !lost ? ExitStatus::success : ExitStatus::values_missing;
     }
 
     const Options& options_;
     api_xcp_daq& daq_;
     TerminationSignals& signals_;
+    ValueObserver observer_;
     MessageCounter counter_;
     std::optional<FrameDump> dump_;
     std::unique_ptr<DatagramSource> source_; // last: its thread uses the others

@@ -4,6 +4,7 @@
 #include "file_error.h"
 #include "measurement_table.h"
 #include "message_counter.h"
+#include "sample_time_watch.h"
 #include "spec_file_check.h"
 #include "table.h"
 #include "temporary_file.h"
@@ -118,6 +119,19 @@ TEST(MessageCounter, CountsPacketsByClassAndDatagramsThatAreCutOff) {
     EXPECT_EQ(counts.daqPackets, 4U);
     EXPECT_EQ(counts.cutOff, 1U);
     EXPECT_EQ(counts.bytes, 2 * payload.size() - 1);
+}
+
+// ---- sample time ----
+
+TEST(SampleTimeWatch, TellsJumpsOfMoreThanASecond) {
+    const halmor_standin::Variable a("a", halmor_standin::VariableKind::real, "");
+    task::SampleTimeWatch watch;
+    for (const timespec& time : {timespec{0, 0}, {100, 0}, {101, 0}, {102, 1}, {101, 0}, {101, 0}})
+        watch.take(a, time);
+    EXPECT_EQ(watch.jumps(), 2U) << "the first timestamp is none, nor is a second exactly";
+    EXPECT_EQ(watch.first_jumps().at(0).from.tv_sec, 101);
+    EXPECT_EQ(watch.first_jumps().at(0).to.tv_nsec, 1);
+    EXPECT_EQ(watch.first_jumps().at(1).to.tv_sec, 101);
 }
 
 // ---- captures ----

@@ -65,7 +65,7 @@ TEST(Task, ReportsWhatARecordingHolds) {
         std::regex("datagrams     27 \\(128928 bytes\\)\nmessages      5310\nDAQ packets   5308\n"
                    "values        20220\nrate          \\d+ values/s over [0-9.]+ s\n"
                    "CTR gaps      0 \\(0 messages missing, 0 repeated or late\\)\n"
-                   "kernel drops  0\npriority      22 .*\n")))
+                   "kernel drops  0\npriority      22 .*\ntrust         yes: .*\n")))
         << end.output;
 }
 
@@ -101,7 +101,7 @@ TEST(Task, ReceivesFromTheNetworkUntilItIsSignalled) {
     const TemporaryFile spec("@XCP_SERVER\nlocalhost " + port +
                              "\n$\n@LIST1\nfast DAQ event\nspeed - -\n$\n");
     const TemporaryFile table("speed,0,0,0,2,0\nspeed,0,0,1,0,0,1,0,100000\n");
-    TaskProgram task({spec.path(), "--table", table.path(), "--listen", "127.0.0.1:0"});
+    TaskProgram task({spec.path(), "--table", table.path(), "--listen", "127.0.0.1:0", "--strict"});
     ASSERT_TRUE(task.await_output(" on 127.0.0.1:"));
     ASSERT_TRUE(task.await_output("\n"));
 
@@ -118,7 +118,8 @@ TEST(Task, ReceivesFromTheNetworkUntilItIsSignalled) {
     task.signal(SIGTERM);
     const auto end = task.wait();
     close(slave);
-    EXPECT_EQ(end.status, 0) << end.errors;
+    EXPECT_EQ(end.status, 2) << "a message is missing, and --strict minds";
+    EXPECT_NE(end.output.find("trust         no:\n  packets were lost"), std::string::npos);
     EXPECT_EQ(table_of(end.output)["speed"].value, "260");
     EXPECT_EQ(table_of(end.output)["speed"].updates, "3") << "what had arrived counts";
     EXPECT_NE(end.output.find("CTR gaps      1 (1 messages missing, 0 repeated"),
@@ -256,6 +257,51 @@ TEST(TaskFiles, ARecordedRunReplaysToTheSameValues) {
     EXPECT_NE(log.text().find("Halmor Variable Name: engSpeed found \n"), std::string::npos);
     EXPECT_NE(log.text().find("\nDAQ Count 3\n"), std::string::npos) << "the report";
     EXPECT_TRUE(std::regex_search(log.text(), std::regex("\nStopped Logging[-0-9 ]+\n$")));
+}
+
+TEST(TaskFiles, ARecordHoldsEveryValueOnce) {
+    const TemporaryFile record;
+    const auto end = run_task({examples + "/engine.spec", "--table", examples + "/engine.table",
+                               "--simulate", "--seconds", "0.5", "--record", record.path()});
+    ASSERT_EQ(end.status, 0) << end.errors;
+    std::istringstream text(record.text());
+    std::string line;
+    std::getline(text, line);
+    EXPECT_EQ(line, "sample_time,engSpeed,throttle,torque,crankCount,knock,hostCoolant,gear,"
+                    "fuelUsed,battery,odometer");
+    std::map<std::string, int> counts;
+    std::map<std::string, std::string> last;
+    std::string time;
+    while (std::getline(text, line)) {
+        std::istringstream names(
+            "engSpeed,throttle,torque,crankCount,knock,hostCoolant,gear,fuelUsed,"
+            "battery,odometer");
+        std::istringstream cells(line);
+        std::string cell;
+        std::getline(cells, cell, ',');
+        EXPECT_LT(time, cell) << "sample times go up";
+        time = cell;
+        for (std::string name; std::getline(names, name, ',');)
+            if (std::getline(cells, cell, ',') && !cell.empty()) {
+                ++counts[name];
+                last[name] = cell;
+            }
+    }
+    for (const auto& [name, row] : table_of(end.output)) {
+        EXPECT_EQ(std::to_string(counts[name]), row.updates) << name;
+        EXPECT_NEAR(std::stod(last[name]), std::stod(row.value), 1e-9 * std::stod(row.value))
+            << name;
+    }
+}
+
+TEST(TaskFiles, AFullDiskIsTold) {
+    const auto end = run_task({examples + "/engine.spec", "--table", examples + "/engine.table",
+                               "--simulate", "--seconds", "0.2", "--record", "/dev/full"});
+    EXPECT_EQ(end.status, 3);
+    EXPECT_TRUE(
+        std::regex_match(end.errors, std::regex("xcp_daq_task: /dev/full: \\d+ lines were not "
+                                                "written: No space left on device\n")))
+        << end.errors;
 }
 
 TEST(TaskFiles, WrongReplayFilesAreNamed) {

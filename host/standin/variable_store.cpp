@@ -12,8 +12,9 @@ static std::size_t owner_offset(VariableKind kind) {
 
 static_assert(std::is_standard_layout_v<Variable>, "the client area lies at the object's address");
 
-Variable::Variable(std::string_view name, VariableKind kind, std::string_view owner)
-    : name_(name), kind_(kind) {
+Variable::Variable(std::string_view name, VariableKind kind, std::string_view owner,
+                   std::size_t number)
+    : name_(name), kind_(kind), number_(number) {
     if (owner.size() > longest_owner)
         throw std::invalid_argument("task name longer than " + std::to_string(longest_owner) +
                                     " characters: " + std::string(owner));
@@ -54,7 +55,7 @@ Variable& VariableStore::define(const std::string& name, VariableKind kind,
     const std::lock_guard lock(mutex_);
     if (numbers_.contains(name))
         throw std::invalid_argument("variable defined twice: " + name);
-    Variable& variable = variables_.emplace_back(name, kind, owner);
+    Variable& variable = variables_.emplace_back(name, kind, owner, variables_.size());
     numbers_[name] = variables_.size();
     return variable;
 }

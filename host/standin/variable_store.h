@@ -37,10 +37,12 @@ class Variable {
     static constexpr std::size_t longest_owner = 49;
 
     // Throws std::invalid_argument for an owner's name that is too long.
-    Variable(std::string_view name, VariableKind kind, std::string_view owner);
+    Variable(std::string_view name, VariableKind kind, std::string_view owner,
+             std::size_t number = 0);
 
     const std::string& name() const { return name_; }
     VariableKind kind() const { return kind_; }
+    std::size_t number() const { return number_; } // place in the store, from 0
     void write(double value, const timespec& sampleTime);
     Sample read() const;
 
@@ -50,6 +52,7 @@ class Variable {
     alignas(8) std::array<char, 448> clientArea_{};
     std::string name_;
     VariableKind kind_;
+    std::size_t number_;
 
     // Odd while a write is going on; half of it is the number of writes.
     alignas(64) std::atomic<std::uint64_t> sequence_ = 0;

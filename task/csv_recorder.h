@@ -1,0 +1,65 @@
+#pragma once
+// --record: every value with its sample time, as comma-separated values. A thread of its own writes
+// the file, so that the frame path never waits for a disk.
+//
+// A header line with the variables' names, then a line for each sample time with the values that
+// were written at it and empty cells elsewhere. A value that comes twice at one sample time begins
+// a second line of that time.
+
+#include "variable_store.h"
+
+#include <atomic>
+#include <cstdint>
+#include <fstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace task {
+
+class CsvRecorder {
+  public:
+    // Opens the file and starts the thread; the store's variables stay as they are from here on.
+    // Throws halmor_standin::FileError.
+    explicit CsvRecorder(const std::string& path);
+
+    // Takes one value; the worker's alone. Never waits: what finds no room is counted as lost.
+    void take(const halmor_standin::Variable& variable, double value, const timespec& sampleTime);
+
+    // Writes what is left and ends the thread; after the worker has ended. Throws
+    // halmor_standin::FileError when lines could not be written.
+    void close();
+
+  private:
+    struct Cell {
+        std::size_t column;
+        double value;
+        timespec time;
+    };
+
+    void write_header();
+    void write_cells(const std::stop_token& stop);
+    void add_to_line(const Cell& cell);
+    void write_line();
+
+    std::string path_;
+    std::ofstream file_;
+
+    // Ring between the worker, which appends, and the thread, which takes; each moves its own end.
+    std::vector<Cell> ring_;
+    std::atomic<std::uint64_t> appended_ = 0;
+    std::atomic<std::uint64_t> taken_ = 0;
+
+    std::uint64_t noRoom_ = 0;    // values without room; the worker's
+    std::uint64_t unwritten_ = 0; // lines that the disk refused; the thread's
+    std::string diskError_;       // of the first one
+
+    // The line that the thread puts together.
+    std::vector<std::string> line_;
+    timespec lineTime_{};
+    bool lineBegun_ = false;
+
+    std::jthread thread_; // last: it uses all of the above
+};
+
+} // namespace task
