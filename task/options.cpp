@@ -70,12 +70,16 @@ std::optional<Options> parse_options(int argc, const char* const* argv) {
                  "Write every DAQ packet into a file in /tmp, whose name is printed");
     app.add_flag("--check", options.check,
                  "Show the configuration and what of it would not decode, and end");
+    app.set_version_flag("--version", "xcp_daq_task " XCP_DAQ_VERSION);
     app.footer(exit_status_help());
 
     try {
         app.parse(argc, argv);
     } catch (const CLI::CallForHelp&) {
         std::cout << app.help();
+        return std::nullopt;
+    } catch (const CLI::CallForVersion& version) {
+        std::cout << version.what() << '\n';
         return std::nullopt;
     } catch (const CLI::ParseError& error) {
         throw Failure(ExitStatus::options, fmt::format("{} (see --help)", error.what()));

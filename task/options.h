@@ -30,7 +30,7 @@ struct Options {
     bool check = false;                // the configuration, instead of a run
 };
 
-// Prints the help and gives nothing when that is what was asked for. Throws Failure.
+// Prints the help or the version and gives nothing when that is what was asked for. Throws Failure.
 std::optional<Options> parse_options(int argc, const char* const* argv);
 
 } // namespace task

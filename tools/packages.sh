@@ -2,7 +2,7 @@
 
 build_packages=(g++ cmake ninja-build libcli11-dev libfmt-dev libpcap-dev libgtest-dev)
 bench_packages=(libbenchmark-dev valgrind)
-check_packages=(clang libclang-rt-14-dev clang-format binutils)
+check_packages=(pkg-config clang libclang-rt-14-dev clang-format binutils)
 
 is_installed() {
     [ "$(dpkg-query -W -f='${db:Status-Status}' "$1" 2>/dev/null)" = installed ]

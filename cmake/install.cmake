@@ -1,0 +1,32 @@
+# What cmake --install puts where.
+include(GNUInstallDirs)
+include(CMakePackageConfigHelpers)
+set(headers ${CMAKE_INSTALL_INCLUDEDIR}/xcp_daq)
+set(package ${CMAKE_INSTALL_LIBDIR}/cmake/xcp_daq)
+
+install(TARGETS xcp_daq halmor_standin halmor_host EXPORT xcp_daqTargets)
+install(EXPORT xcp_daqTargets NAMESPACE xcp_daq:: DESTINATION ${package})
+install(FILES
+  xcp_daq/api_xcp_daq.h xcp_daq/api_xcp_daq_threads.h xcp_daq/export.h
+  xcp_daq/xcp_daq_master_init.h host/halmor_runtime.h host/transport_udp.h
+  DESTINATION ${headers})
+install(DIRECTORY host/standin/ DESTINATION ${headers}/standin FILES_MATCHING PATTERN "*.h")
+
+write_basic_package_version_file(${PROJECT_BINARY_DIR}/xcp_daqConfigVersion.cmake
+  COMPATIBILITY SameMajorVersion)
+install(FILES cmake/xcp_daqConfig.cmake ${PROJECT_BINARY_DIR}/xcp_daqConfigVersion.cmake
+  DESTINATION ${package})
+
+# Relative, so that the installed tree may be moved.
+file(RELATIVE_PATH prefix_from_pkgconfig /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)
+foreach(module xcp_daq halmor_standin)
+  configure_file(cmake/${module}.pc.in ${module}.pc @ONLY)
+  install(FILES ${PROJECT_BINARY_DIR}/${module}.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+endforeach()
+
+if(XCP_DAQ_BUILD_TASK)
+  set_target_properties(xcp_daq_task PROPERTIES INSTALL_RPATH "$ORIGIN/../${CMAKE_INSTALL_LIBDIR}")
+  install(TARGETS xcp_daq_task)
+  install(FILES task/plot.gnuplot DESTINATION ${CMAKE_INSTALL_DATADIR}/xcp_daq)
+  install(FILES docs/xcp_daq_task.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
+endif()

@@ -1,0 +1,5 @@
+# find_package(xcp_daq): the targets xcp_daq::xcp_daq, the library, and xcp_daq::halmor_standin, a host
+# to run it on.
+include(CMakeFindDependencyMacro)
+find_dependency(Threads)
+include(${CMAKE_CURRENT_LIST_DIR}/xcp_daqTargets.cmake)
