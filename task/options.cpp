@@ -65,6 +65,9 @@ std::optional<Options> parse_options(int argc, const char* const* argv) {
                    "a measurement table");
     app.add_option("--record", options.record,
                    "Write every value with its sample time into this CSV file");
+    app.add_flag("--quiet", options.quiet,
+                 "Show nothing while it runs (default: a live table on a terminal, else a line a "
+                 "second)");
     app.add_flag("--strict", options.strict, "End with status 2 when anything was lost");
     app.add_flag("--dump", options.dump,
                  "Write every DAQ packet into a file in /tmp, whose name is printed");

@@ -26,6 +26,7 @@ struct Options {
     std::optional<std::string> measurementLog;
     bool dump = false;
     std::optional<std::string> record; // CSV file
+    bool quiet = false;                // nothing is shown while it runs
     bool strict = false;               // any loss is a failure
     bool check = false;                // the configuration, instead of a run
 };

@@ -8,6 +8,7 @@
 #include "csv_recorder.h"
 #include "file_error.h"
 #include "frame_dump.h"
+#include "live_view.h"
 #include "logs.h"
 #include "registration.h"
 #include "replay_source.h"
@@ -36,6 +37,7 @@ using halmor_standin::UdpEndpoint;
 using namespace std::chrono_literals;
 
 constexpr auto progress_interval = 1s;
+constexpr auto redraw_interval = 200ms;
 constexpr auto longest_wait = 20ms; // until the end of a source is noticed
 
 UdpEndpoint listen_endpoint(const Options& options, const UdpEndpoint& server) {
@@ -168,17 +170,39 @@ class Run {
                Clock::now() - start_ >= std::chrono::duration<double>(*options_.seconds);
     }
 
+    bool goes_on() { return !signals_.wait(longest_wait) && !source_->ended() && !time_is_up(); }
+
     void watch() {
+        if (options_.quiet)
+            while (goes_on()) {
+            }
+        else if (LiveView::possible())
+            watch_table();
+        else
+            watch_lines();
+    }
+
+    void watch_table() {
+        LiveView view;
+        auto next = start_;
+        while (goes_on())
+            if (Clock::now() >= next) {
+                view.draw(counts());
+                next += redraw_interval;
+            }
+        view.draw(counts());
+    }
+
+    void watch_lines() {
         RunCounts before;
-        auto nextLine = start_ + progress_interval;
-        while (!signals_.wait(longest_wait) && !source_->ended() && !time_is_up()) {
-            if (Clock::now() < nextLine)
-                continue;
-            const RunCounts now = counts();
-            print(progress_line(now, before));
-            before = now;
-            nextLine += progress_interval;
-        }
+        auto next = start_ + progress_interval;
+        while (goes_on())
+            if (Clock::now() >= next) {
+                const RunCounts now = counts();
+                print(progress_line(now, before));
+                before = now;
+                next += progress_interval;
+            }
     }
 
     // Until the worker has taken every frame, or a second signal says not to wait for it.

@@ -2,6 +2,7 @@
 
 #include "capture_source.h"
 #include "file_error.h"
+#include "live_view.h"
 #include "measurement_table.h"
 #include "message_counter.h"
 #include "sample_time_watch.h"
@@ -132,6 +133,31 @@ TEST(SampleTimeWatch, TellsJumpsOfMoreThanASecond) {
     EXPECT_EQ(watch.first_jumps().at(0).from.tv_sec, 101);
     EXPECT_EQ(watch.first_jumps().at(0).to.tv_nsec, 1);
     EXPECT_EQ(watch.first_jumps().at(1).to.tv_sec, 101);
+}
+
+// ---- live table ----
+
+TEST(LiveTable, ShowsWhatFitsAndWhatHappened) {
+    auto& store = halmor_standin::VariableStore::instance();
+    for (int i = 0; i < 20; ++i)
+        store.define("variable" + std::to_string(i), halmor_standin::VariableKind::real, "");
+    store.define(std::string(40, 'n'), halmor_standin::VariableKind::real, "");
+    task::LiveTable table;
+    task::RunCounts counts;
+    for (counts.seconds = 0.0; counts.seconds < 3.0; counts.seconds += 0.5) {
+        for (int i = 0; i < 50; ++i)
+            store.find("variable0")->write(counts.seconds, {100, 5000000});
+        table.lines(120, 30, counts);
+    }
+    const auto lines = table.lines(120, 8, counts);
+    ASSERT_EQ(lines.size(), 8U);
+    EXPECT_NE(lines[2].find("100.005         50/s  ▁▂▄▅▇█"), std::string::npos)
+        << lines[2] << ": 100 updates a second until half a second ago";
+    EXPECT_NE(lines[3].find("never came"), std::string::npos);
+    EXPECT_EQ(lines[7], "... and 16 more");
+    EXPECT_EQ(table.lines(120, 30, counts).size(), 2U + 21U);
+    for (const std::string& line : table.lines(30, 30, counts))
+        EXPECT_LE(line.size(), 30U);
 }
 
 // ---- captures ----
