@@ -74,7 +74,7 @@ std::optional<Datagram> udp_datagram(Bytes packet) {
     if (packet.size() < 20 || packet[0] >> 4 != 4 || packet[9] != IPPROTO_UDP)
         return std::nullopt;
     const bool fragment = (big_endian_16(packet, 6) & 0x3FFF) != 0;
-    const std::size_t headerSize = (packet[0] & 0x0FU) * 4;
+    const std::size_t headerSize = std::size_t{4} * (packet[0] & 0x0FU);
     if (fragment || packet.size() < headerSize + udp_header_size)
         return std::nullopt;
     Datagram datagram;
