@@ -11,7 +11,7 @@ run() { # PROGRAM: must receive nothing, in order
     "$@" "$project/examples/engine.spec" 0.01 | grep -q "engSpeed 0 at 0.000000000 s, 0 updates"
 }
 
-cmake -S "$project/tests/consumer" -B "$place/build" -DCMAKE_PREFIX_PATH="$place/usr" \
+cmake -G Ninja -S "$project/tests/consumer" -B "$place/build" -DCMAKE_PREFIX_PATH="$place/usr" \
     -DEXAMPLE="$project/examples/minimal_task.cpp" >/dev/null
 cmake --build "$place/build" >/dev/null
 run "$place/build/consumer"

@@ -98,7 +98,7 @@ TEST(Task, ReceivesFromTheNetworkUntilItIsSignalled) {
     const sockaddr_in any = to_sockaddr(halmor_standin::parse_endpoint("127.0.0.1:0"));
     ASSERT_EQ(bind(slave, reinterpret_cast<const sockaddr*>(&any), sizeof any), 0);
     const auto port = std::to_string(halmor_standin::local_endpoint(slave).port);
-    const TemporaryFile spec("@XCP_SERVER\nlocalhost " + port +
+    const TemporaryFile spec("@XCP_SERVER\n127.0.0.1 " + port +
                              "\n$\n@LIST1\nfast DAQ event\nspeed - -\n$\n");
     const TemporaryFile table("speed,0,0,0,2,0\nspeed,0,0,1,0,0,1,0,100000\n");
     TaskProgram task({spec.path(), "--table", table.path(), "--listen", "127.0.0.1:0", "--strict"});
