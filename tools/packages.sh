@@ -2,6 +2,7 @@
 
 build_packages=(g++ cmake ninja-build libcli11-dev libfmt-dev libpcap-dev libgtest-dev)
 bench_packages=(libbenchmark-dev valgrind)
+coverage_packages=(gcovr)
 check_packages=(pkg-config clang libclang-rt-14-dev clang-format binutils)
 
 is_installed() {
