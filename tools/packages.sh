@@ -3,7 +3,8 @@
 build_packages=(g++ cmake ninja-build libcli11-dev libfmt-dev libpcap-dev libgtest-dev)
 bench_packages=(libbenchmark-dev valgrind)
 coverage_packages=(gcovr)
-check_packages=(pkg-config clang libclang-rt-14-dev clang-format binutils)
+# llvm: the leak check names functions, for which it needs the symbolizer.
+check_packages=(pkg-config clang llvm libclang-rt-14-dev clang-format binutils)
 
 is_installed() {
     [ "$(dpkg-query -W -f='${db:Status-Status}' "$1" 2>/dev/null)" = installed ]
