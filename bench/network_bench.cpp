@@ -27,11 +27,6 @@ const UdpEndpoint any_port = halmor_standin::parse_endpoint("127.0.0.1:0");
 
 class Sender {
   public:
-    Sender() {
-        const sockaddr_in any = to_sockaddr(any_port);
-        if (bind(socket_.get(), reinterpret_cast<const sockaddr*>(&any), sizeof any) != 0)
-            throw std::runtime_error("no socket to send from");
-    }
     UdpEndpoint endpoint() const { return halmor_standin::local_endpoint(socket_.get()); }
     void connect_to(const UdpEndpoint& receiver) {
         const sockaddr_in address = to_sockaddr(receiver);
@@ -45,7 +40,7 @@ class Sender {
     }
 
   private:
-    FileDescriptor socket_{::socket(AF_INET, SOCK_DGRAM, 0)};
+    FileDescriptor socket_ = bound_udp_socket(any_port);
 };
 
 // A sender and a receiver that know each other.

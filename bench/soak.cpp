@@ -134,12 +134,6 @@ class LineCounter : public std::streambuf {
 
 class BadSlave {
   public:
-    BadSlave() {
-        const sockaddr_in any = to_sockaddr(parse_endpoint("127.0.0.1:0"));
-        if (bind(socket_.get(), reinterpret_cast<const sockaddr*>(&any), sizeof any) != 0)
-            throw std::runtime_error("no socket");
-    }
-
     UdpEndpoint endpoint() const { return local_endpoint(socket_.get()); }
     std::uint64_t sent() const { return sent_; }
     const std::map<std::string, std::uint64_t>& faults() const { return faults_; }
@@ -238,7 +232,7 @@ class BadSlave {
             packet.push_back(static_cast<std::uint8_t>(number >> shift));
     }
 
-    FileDescriptor socket_{::socket(AF_INET, SOCK_DGRAM, 0)};
+    FileDescriptor socket_ = bound_udp_socket(parse_endpoint("127.0.0.1:0"));
     std::mt19937 random_{2026};
     std::uint16_t ctr_ = 0;
     std::uint32_t time_ = 0;

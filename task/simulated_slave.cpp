@@ -13,7 +13,6 @@
 #include <mutex>
 #include <numbers>
 #include <stop_token>
-#include <system_error>
 
 namespace task {
 
@@ -61,19 +60,10 @@ std::uint64_t wave(int size, double hertz, std::uint64_t cycle) {
     return static_cast<std::uint64_t>(level * (std::ldexp(1.0, bits) - 1.0));
 }
 
-halmor_standin::FileDescriptor loopback_socket() {
-    halmor_standin::FileDescriptor socket(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
-    const sockaddr_in any = to_sockaddr(halmor_standin::parse_endpoint("127.0.0.1:0"));
-    if (socket.get() < 0 ||
-        bind(socket.get(), reinterpret_cast<const sockaddr*>(&any), sizeof any) != 0)
-        throw std::system_error(errno, std::generic_category(),
-                                "no socket for the simulated slave");
-    return socket;
-}
-
 } // namespace
 
-SimulatedSlave::SimulatedSlave() : socket_(loopback_socket()) {
+SimulatedSlave::SimulatedSlave()
+    : socket_(bound_udp_socket(halmor_standin::parse_endpoint("127.0.0.1:0"))) {
     for (std::uint8_t number = 0; number < MAX_NUMBER_DAQ_LISTS; ++number)
         add_list(number);
 }

@@ -2,7 +2,6 @@
 
 #include "file_error.h"
 #include "task_names.h"
-#include "task_services.h"
 #include "temporary_file.h"
 #include "variable_store.h"
 #include "variables_file.h"
@@ -184,28 +183,6 @@ TEST(TaskNames, ANameHasOneHolder) {
     EXPECT_EQ(task_of_name(name), getpid());
     EXPECT_EQ(take_name(name), -1);
     EXPECT_EQ(task_of_name(name + "2"), -1);
-}
-
-TEST(TaskServices, AnswerAsTheHostWould) {
-    std::int32_t received = -1;
-    EXPECT_NE(link_to_memory(1, &received), 0);
-    setenv("HALMOR_STANDIN", "stopped", 1);
-    EXPECT_EQ(link_to_memory(1, &received), 0);
-    char name[5] = "????";
-    copyn("unit", 1, name, "abcdefgh", sizeof name);
-    EXPECT_STREQ(name, "abcd");
-    std::int32_t event = 0;
-    EXPECT_EQ(event_attach("config", 50, &event), 0);
-    EXPECT_NE(event, 0);
-    setprio(0, 22);
-    EXPECT_EQ(recorded_priority(), 22);
-    testing::internal::CaptureStderr();
-    log_error("unit", 12, 3, -4, "no %s for %d", "room", 5);
-    EXPECT_EQ(testing::internal::GetCapturedStderr(), "error log: unit:12: 3 -4: no room for 5\n");
-    timespec now{};
-    EXPECT_EQ(SrrClockGettime(5, &now), 0);
-    EXPECT_GT(now.tv_sec, 1'600'000'000);
-    EXPECT_EQ(SrrClockGettime(1, &now), -1);
 }
 
 } // namespace

@@ -94,10 +94,9 @@ TEST(Task, AValueThatDoesNotArriveIsToldByTheStatus) {
 }
 
 TEST(Task, ReceivesFromTheNetworkUntilItIsSignalled) {
-    const int slave = socket(AF_INET, SOCK_DGRAM, 0);
-    const sockaddr_in any = to_sockaddr(halmor_standin::parse_endpoint("127.0.0.1:0"));
-    ASSERT_EQ(bind(slave, reinterpret_cast<const sockaddr*>(&any), sizeof any), 0);
-    const auto port = std::to_string(halmor_standin::local_endpoint(slave).port);
+    const auto slave =
+        halmor_standin::bound_udp_socket(halmor_standin::parse_endpoint("127.0.0.1:0"));
+    const auto port = std::to_string(halmor_standin::local_endpoint(slave.get()).port);
     const TemporaryFile spec("@XCP_SERVER\n127.0.0.1 " + port +
                              "\n$\n@LIST1\nfast DAQ event\nspeed - -\n$\n");
     const TemporaryFile table("speed,0,0,0,2,0\nspeed,0,0,1,0,0,1,0,100000\n");
@@ -112,12 +111,11 @@ TEST(Task, ReceivesFromTheNetworkUntilItIsSignalled) {
     for (const int n : {1, 2, 4}) {
         const Bytes payload =
             table::message({0, 0, static_cast<std::uint8_t>(n), 1}, static_cast<std::uint16_t>(n));
-        sendto(slave, payload.data(), payload.size(), 0,
+        sendto(slave.get(), payload.data(), payload.size(), 0,
                reinterpret_cast<const sockaddr*>(&address), sizeof address);
     }
     task.signal(SIGTERM);
     const auto end = task.wait();
-    close(slave);
     EXPECT_EQ(end.status, 2) << "a message is missing, and --strict minds";
     EXPECT_NE(end.output.find("trust         no:\n  packets were lost"), std::string::npos);
     EXPECT_EQ(table_of(end.output)["speed"].value, "260");
@@ -133,10 +131,9 @@ TEST(Task, RefusesBadInputWithOneLine) {
     const TemporaryFile badSpec("@XCP_SERVER\n127.0.0.1:70000\n$\n");
     const TemporaryFile badTable("engSpeed,0,0,0,2,16\nengSpeed,0\n");
     const TemporaryFile badVariables("engSpeed float\n");
-    const int taken = socket(AF_INET, SOCK_DGRAM, 0);
-    const sockaddr_in any = to_sockaddr(halmor_standin::parse_endpoint("127.0.0.1:0"));
-    ASSERT_EQ(bind(taken, reinterpret_cast<const sockaddr*>(&any), sizeof any), 0);
-    const std::string inUse = to_text(halmor_standin::local_endpoint(taken));
+    const auto taken =
+        halmor_standin::bound_udp_socket(halmor_standin::parse_endpoint("127.0.0.1:0"));
+    const std::string inUse = to_text(halmor_standin::local_endpoint(taken.get()));
     const TemporaryFile noCapture("not a capture, whatever its name says");
     struct Case {
         std::vector<std::string> arguments;

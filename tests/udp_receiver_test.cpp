@@ -24,12 +24,6 @@ namespace {
 // A slave's socket on the loopback interface.
 class Sender {
   public:
-    Sender() {
-        const sockaddr_in any = to_sockaddr(parse_endpoint("127.0.0.1:0"));
-        if (bind(socket_.get(), reinterpret_cast<const sockaddr*>(&any), sizeof any) != 0)
-            throw std::system_error(errno, std::generic_category());
-    }
-
     UdpEndpoint endpoint() const { return local_endpoint(socket_.get()); }
 
     void send(const UdpEndpoint& to, const Bytes& payload) {
@@ -40,7 +34,7 @@ class Sender {
     }
 
   private:
-    FileDescriptor socket_{::socket(AF_INET, SOCK_DGRAM, 0)};
+    FileDescriptor socket_ = bound_udp_socket(parse_endpoint("127.0.0.1:0"));
 };
 
 void await(const std::function<bool()>& condition) {

@@ -59,6 +59,17 @@ UdpEndpoint from_sockaddr(const sockaddr_in& address) {
     return {address.sin_addr, ntohs(address.sin_port)};
 }
 
+FileDescriptor bound_udp_socket(const UdpEndpoint& endpoint) {
+    FileDescriptor socket(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    if (socket.get() < 0)
+        throw std::system_error(errno, std::generic_category(), "cannot open a UDP socket");
+    const sockaddr_in address = to_sockaddr(endpoint);
+    if (bind(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0)
+        throw std::system_error(errno, std::generic_category(),
+                                "cannot listen on " + to_text(endpoint));
+    return socket;
+}
+
 UdpEndpoint local_endpoint(int socket) {
     sockaddr_in address{};
     socklen_t size = sizeof address;

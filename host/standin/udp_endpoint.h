@@ -1,6 +1,8 @@
 #pragma once
 // An IPv4 address with a UDP port.
 
+#include "file_descriptor.h"
+
 #include <netinet/in.h>
 
 #include <cstdint>
@@ -27,6 +29,9 @@ std::string to_text(const UdpEndpoint& endpoint);
 
 sockaddr_in to_sockaddr(const UdpEndpoint& endpoint);
 UdpEndpoint from_sockaddr(const sockaddr_in& address);
+
+// A socket that is bound to the endpoint. Throws std::system_error, which names it.
+FileDescriptor bound_udp_socket(const UdpEndpoint& endpoint);
 
 // The address that a socket is bound to. Throws std::system_error.
 UdpEndpoint local_endpoint(int socket);

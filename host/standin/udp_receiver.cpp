@@ -10,7 +10,6 @@
 #include <cstring>
 #include <exception>
 #include <memory>
-#include <system_error>
 
 namespace halmor_standin {
 
@@ -23,24 +22,15 @@ constexpr std::size_t datagram_stride = largest_datagram + 192;
 constexpr int wanted_buffer = 32 * 1024 * 1024;
 constexpr std::chrono::milliseconds longest_drain{100};
 
-[[noreturn]] void fail(const std::string& what) {
-    throw std::system_error(errno, std::generic_category(), what);
-}
-
 void enlarge_buffer(int socket) {
     // The first is for the privileged, who may exceed the system's limit.
     if (setsockopt(socket, SOL_SOCKET, SO_RCVBUFFORCE, &wanted_buffer, sizeof wanted_buffer) != 0)
         setsockopt(socket, SOL_SOCKET, SO_RCVBUF, &wanted_buffer, sizeof wanted_buffer);
 }
 
-FileDescriptor bound_socket(const UdpEndpoint& listen) {
-    FileDescriptor socket(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
-    if (socket.get() < 0)
-        fail("cannot open a UDP socket");
+FileDescriptor receiving_socket(const UdpEndpoint& listen) {
+    FileDescriptor socket = bound_udp_socket(listen);
     enlarge_buffer(socket.get());
-    const sockaddr_in address = to_sockaddr(listen);
-    if (bind(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0)
-        fail("cannot listen on " + to_text(listen));
     return socket;
 }
 
@@ -76,7 +66,7 @@ struct UdpReceiver::Batch {
 };
 
 UdpReceiver::UdpReceiver(const UdpEndpoint& listen, const UdpEndpoint& source, Callback callback)
-    : socket_(bound_socket(listen)), source_(source), callback_(std::move(callback)),
+    : socket_(receiving_socket(listen)), source_(source), callback_(std::move(callback)),
       batch_(std::make_unique<Batch>()), thread_([this] { receive(); }) {}
 
 UdpReceiver::~UdpReceiver() {
