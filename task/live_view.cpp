@@ -70,10 +70,10 @@ std::vector<std::string> LiveTable::lines(std::size_t width, std::size_t height,
     histories_.resize(variables.size());
     std::vector<std::string> lines;
     lines.push_back(
-        cut(fmt::format("{:.1f} s  {} datagrams  {} DAQ packets  {} values  {} lost  {} "
-                        "waiting",
+        cut(fmt::format("{:.1f} s  {} datagrams  {} DAQ packets  {} values  {} missing  "
+                        "{} kernel drops  {} waiting",
                         counts.seconds, counts.messages.datagrams, counts.messages.daqPackets,
-                        counts.values, counts.messages.missing + counts.losses.kernelDrops,
+                        counts.values, counts.messages.missing, counts.losses.kernelDrops,
                         counts.waiting),
             width));
     lines.push_back(cut(fmt::format("{:{}}  {:>22}  {:>18}  {:>11}", "variable", longest_name,

@@ -32,19 +32,34 @@ void MessageCounter::take(const std::uint8_t* data, std::uint64_t length) {
 void MessageCounter::check_ctr(std::uint16_t ctr) {
     constexpr std::uint16_t half = 0x8000;
     const auto ahead = static_cast<std::uint16_t>(ctr - expected_.value_or(ctr));
-    if (ahead >= half) {
-        add(repeated_, 1);
-        return;
-    }
-    if (ahead > 0) {
-        add(gaps_, 1);
-        add(missing_, ahead);
-    }
+    if (ahead >= half)
+        return take_from_the_past(ctr);
+    if (ahead > 0)
+        skip_to(ctr);
+    missed_.reset(ctr); // of 65536 messages ago
     expected_ = static_cast<std::uint16_t>(ctr + 1);
 }
 
+void MessageCounter::skip_to(std::uint16_t ctr) {
+    add(gaps_, 1);
+    for (std::uint16_t skipped = *expected_; skipped != ctr; ++skipped) {
+        missed_.set(skipped);
+        add(missing_, 1);
+    }
+}
+
+void MessageCounter::take_from_the_past(std::uint16_t ctr) {
+    if (!missed_.test(ctr)) {
+        add(repeated_, 1);
+        return;
+    }
+    missed_.reset(ctr);
+    missing_.store(missing_.load(std::memory_order_relaxed) - 1, std::memory_order_relaxed);
+    add(late_, 1);
+}
+
 MessageCounts MessageCounter::counts() const {
-    return {datagrams_, bytes_, messages_, daqPackets_, gaps_, missing_, repeated_, cutOff_};
+    return {datagrams_, bytes_, messages_, daqPackets_, gaps_, missing_, late_, repeated_, cutOff_};
 }
 
 } // namespace task

@@ -5,7 +5,9 @@
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <iostream>
+#include <vector>
 
 namespace task {
 
@@ -16,6 +18,21 @@ std::string exit_status_help() {
     for (const auto& [status, meaning] : exit_statuses)
         text += fmt::format("  {}  {}\n", static_cast<int>(status), meaning);
     return text;
+}
+
+std::vector<std::string> fault_names() {
+    std::vector<std::string> names;
+    for (const auto& text : simulated_faults)
+        names.emplace_back(text.name);
+    return names;
+}
+
+std::string faults_help() {
+    std::string help =
+        fmt::format("Once in {} datagrams of the simulated slave:", datagrams_per_fault);
+    for (const auto& text : simulated_faults)
+        help += fmt::format("\n{}: {}", text.name, text.meaning);
+    return help;
 }
 
 } // namespace
@@ -38,8 +55,8 @@ std::optional<Options> parse_options(int argc, const char* const* argv) {
                         "ADDRESS:PORT to receive on (default: 127.0.0.1 and the "
                         "server's port)");
     bool simulated = false;
-    sources->add_flag("--simulate", simulated,
-                      "A simulated slave that sends what the table lays out");
+    auto* simulate = sources->add_flag("--simulate", simulated,
+                                       "A simulated slave that sends what the table lays out");
     auto* capture =
         sources->add_option("--pcap", options.capture, "A capture file of the slave's datagrams");
     std::string replayFile;
@@ -53,6 +70,12 @@ std::optional<Options> parse_options(int argc, const char* const* argv) {
         ->check(CLI::IsMember({"recorded", "max"}))
         ->capture_default_str()
         ->needs(capture);
+    std::vector<std::string> faults;
+    app.add_option("--faults", faults, faults_help())
+        ->delimiter(',')
+        ->allow_extra_args(false)
+        ->check(CLI::IsMember(fault_names()))
+        ->needs(simulate);
     app.add_option("--seconds", options.seconds, "End after so many seconds")
         ->check(CLI::PositiveNumber);
 
@@ -93,6 +116,9 @@ std::optional<Options> parse_options(int argc, const char* const* argv) {
         options.source = SourceKind::capture;
     if (*replay)
         options.source = SourceKind::replay;
+    for (const auto& text : simulated_faults)
+        if (std::find(faults.begin(), faults.end(), text.name) != faults.end())
+            options.faults.insert(text.fault);
     if (!replayFile.empty())
         options.replay = replayFile;
     options.recordedPace = pace == "recorded";

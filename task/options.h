@@ -1,7 +1,10 @@
 #pragma once
 // What the command line asks for.
 
+#include "simulated_fault.h"
+
 #include <optional>
+#include <set>
 #include <string>
 
 namespace task {
@@ -15,6 +18,7 @@ struct Options {
 
     SourceKind source = SourceKind::listen;
     std::optional<std::string> listen; // ADDRESS:PORT
+    std::set<SimulatedFault> faults;   // of the simulated slave
     std::string capture;
     bool recordedPace = true;          // of a capture
     std::optional<std::string> replay; // the library's fixed file when there is none

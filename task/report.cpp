@@ -87,8 +87,8 @@ std::string closing_counts(const RunCounts& counts) {
     fmt::format_to(out, "rate          {:.0f} values/s over {:.1f} s\n",
                    static_cast<double>(counts.values) / std::max(counts.seconds, 1e-3),
                    counts.seconds);
-    fmt::format_to(out, "CTR gaps      {} ({} messages missing, {} repeated or late)\n", m.gaps,
-                   m.missing, m.repeated);
+    fmt::format_to(out, "CTR gaps      {} ({} messages missing, {} late, {} repeated)\n", m.gaps,
+                   m.missing, m.late, m.repeated);
     fmt::format_to(out, "kernel drops  {}\n", counts.losses.kernelDrops);
     fmt::format_to(out, "priority      {} of the worker (recorded, not applied)\n",
                    halmor_standin::recorded_priority());
@@ -114,8 +114,10 @@ std::string trust_text(const RunCounts& counts, const SampleTimeWatch& watch) {
     std::vector<std::string> doubts;
     if (anything_lost(counts))
         doubts.emplace_back("packets were lost (see the counts)");
+    if (counts.messages.late > 0)
+        doubts.push_back(fmt::format("{} messages came out of order", counts.messages.late));
     if (counts.messages.repeated > 0)
-        doubts.emplace_back("messages came twice or out of order");
+        doubts.push_back(fmt::format("{} messages came twice", counts.messages.repeated));
     if (watch.jumps() > 0)
         doubts.push_back(fmt::format("the sample time jumped {} times", watch.jumps()));
     for (const SampleTimeWatch::Jump& jump : watch.first_jumps())

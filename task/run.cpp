@@ -51,7 +51,7 @@ UdpEndpoint listen_endpoint(const Options& options, const UdpEndpoint& server) {
 
 std::unique_ptr<DatagramSource> make_source(const Options& options) {
     if (options.source == SourceKind::simulate)
-        return std::make_unique<SimulatedSource>();
+        return std::make_unique<SimulatedSource>(options.faults);
     if (options.source == SourceKind::replay)
         return std::make_unique<ReplaySource>(options.replay);
     const UdpEndpoint server = server_endpoint(options);

@@ -3,13 +3,9 @@
 #include "byte_order.h"
 #include "xcp_message.h"
 
-#include <sys/socket.h>
-
-#include <cerrno>
 #include <chrono>
 #include <cmath>
 #include <condition_variable>
-#include <cstring>
 #include <mutex>
 #include <numbers>
 #include <stop_token>
@@ -23,6 +19,7 @@ namespace {
 constexpr std::chrono::milliseconds cycle_time{1};
 constexpr std::uint32_t cycle_nanoseconds = 1'000'000;
 constexpr std::uint32_t list_nanoseconds = 1'000; // between lists of one cycle
+constexpr std::uint32_t jump_nanoseconds = 2'000'000'000;
 constexpr std::uint32_t first_timestamp = 0U - 1'500'000'000U;
 constexpr std::uint64_t list_periods[MAX_NUMBER_DAQ_LISTS] = {1, 5, 20, 100}; // cycles
 constexpr std::size_t largest_payload = 1400;
@@ -62,18 +59,14 @@ std::uint64_t wave(int size, double hertz, std::uint64_t cycle) {
 
 } // namespace
 
-SimulatedSlave::SimulatedSlave()
-    : socket_(bound_udp_socket(halmor_standin::parse_endpoint("127.0.0.1:0"))) {
+SimulatedSlave::SimulatedSlave(const std::set<SimulatedFault>& faults)
+    : clockJumps_(faults.contains(SimulatedFault::jump)), link_(faults), clock_(first_timestamp) {
     for (std::uint8_t number = 0; number < MAX_NUMBER_DAQ_LISTS; ++number)
         add_list(number);
 }
 
 SimulatedSlave::~SimulatedSlave() {
     stop();
-}
-
-UdpEndpoint SimulatedSlave::endpoint() const {
-    return halmor_standin::local_endpoint(socket_.get());
 }
 
 void SimulatedSlave::add_list(std::uint8_t number) {
@@ -104,56 +97,52 @@ void SimulatedSlave::stop() {
 }
 
 void SimulatedSlave::run(const std::stop_token& stop, const UdpEndpoint& master) {
-    const sockaddr_in address = to_sockaddr(master);
-    if (connect(socket_.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0)
-        error_ = std::strerror(errno);
+    link_.connect(master);
     std::mutex mutex;
     std::condition_variable_any wakeUp;
     std::unique_lock lock(mutex);
     auto due = std::chrono::steady_clock::now();
-    for (std::uint64_t cycle = 0; error_.empty() && !stop.stop_requested(); ++cycle) {
-        send_cycle(cycle, socket_.get());
+    for (std::uint64_t cycle = 0; error().empty() && !stop.stop_requested(); ++cycle) {
+        send_cycle(cycle);
         due += cycle_time;
+        clock_ += cycle_nanoseconds;
+        if (clockJumps_ && cycle % datagrams_per_fault == 0)
+            clock_ += jump_nanoseconds;
         wakeUp.wait_until(lock, stop, due, [] { return false; });
     }
+    link_.finish();
 }
 
-void SimulatedSlave::send_cycle(std::uint64_t cycle, int socket) {
+void SimulatedSlave::send_cycle(std::uint64_t cycle) {
     for (const List& list : lists_)
         if (cycle % list.periodCycles == 0)
-            for (const Odt& odt : list.odts) {
+            for (const Odt& odt : list.odts)
                 append_packet(list, odt, cycle);
-                if (payload_.size() + xcp_daq::message_header_size + packet_.size() >
-                    largest_payload)
-                    flush(socket);
-                xcp_daq::append_message(payload_, ctr_++, packet_);
-            }
-    flush(socket);
+    flush();
 }
 
 void SimulatedSlave::append_packet(const List& list, const Odt& odt, std::uint64_t cycle) {
     packet_ = {odt.number, list.number};
-    if (odt.stamped) {
-        const auto timestamp =
-            static_cast<std::uint32_t>(first_timestamp + cycle * cycle_nanoseconds) +
-            list.number * list_nanoseconds;
-        append_raw<std::uint32_t>(packet_, timestamp, 1);
-    }
+    if (odt.stamped)
+        append_raw<std::uint32_t>(packet_, clock_ + list.number * list_nanoseconds, 1);
+    values_.clear();
     for (const Entry& entry : odt.entries) {
         const std::uint64_t raw = wave(entry.place->size, entry.waveHertz, cycle);
         append_value(packet_, raw, *entry.place);
         if (entry.sent != nullptr)
-            *entry.sent = {entry.sent->updates + 1, entry.place, raw};
+            values_.push_back({entry.sent, entry.place, raw});
     }
+    if (datagram_.payload.size() + xcp_daq::message_header_size + packet_.size() > largest_payload)
+        flush();
+    xcp_daq::append_message(datagram_.payload, ctr_++, packet_);
+    datagram_.values.insert(datagram_.values.end(), values_.begin(), values_.end());
 }
 
-void SimulatedSlave::flush(int socket) {
-    if (payload_.empty())
-        return;
-    if (send(socket, payload_.data(), payload_.size(), 0) < 0)
-        error_ = std::strerror(errno);
-    ++datagrams_;
-    payload_.clear();
+void SimulatedSlave::flush() {
+    if (!datagram_.payload.empty())
+        link_.send(datagram_);
+    datagram_.payload.clear();
+    datagram_.values.clear();
 }
 
 } // namespace task

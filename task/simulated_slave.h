@@ -1,14 +1,13 @@
 #pragma once
 // An XCP slave that sends what the library's measurement table lays out, over UDP: each DAQ list
 // with its own period, the first ODT of a sample stamped when the list's mode says so, every raw
-// value from a known sequence. It remembers what it sent.
+// value from a known sequence. It remembers what went out.
 //
 // The slave's clock counts nanoseconds in 32 bits and starts 1.5 s before a wrap. Lists that are
 // due at the same time are stamped in the order in which they are sent.
 
 #include "api_xcp_daq.h"
-#include "file_descriptor.h"
-#include "udp_endpoint.h"
+#include "simulated_link.h"
 
 #include <cstdint>
 #include <map>
@@ -18,29 +17,21 @@
 
 namespace task {
 
-// What a variable should have got.
-struct SentValue {
-    std::uint64_t updates = 0;
-    const odt_table_entry* entry = nullptr; // of the last one
-    std::uint64_t raw = 0;
-};
-
 class SimulatedSlave {
   public:
     // Reads the library's measurement table, which stays as it is from here on, and binds a socket
     // on the loopback interface. Throws std::system_error.
-    SimulatedSlave();
+    explicit SimulatedSlave(const std::set<SimulatedFault>& faults);
     ~SimulatedSlave();
 
-    halmor_standin::UdpEndpoint endpoint() const;
+    halmor_standin::UdpEndpoint endpoint() const { return link_.endpoint(); }
 
     void start(const halmor_standin::UdpEndpoint& master);
     void stop(); // after it nothing is sent any more
 
     // After stop().
-    std::uint64_t datagrams() const { return datagrams_; }
     const std::map<std::string, SentValue>& sent() const { return sent_; } // by variable
-    const std::string& error() const { return error_; }                    // empty: none
+    const std::string& error() const { return link_.error(); }             // empty: none
 
   private:
     struct Entry {
@@ -61,20 +52,21 @@ class SimulatedSlave {
 
     void add_list(std::uint8_t number);
     void run(const std::stop_token& stop, const halmor_standin::UdpEndpoint& master);
-    void send_cycle(std::uint64_t cycle, int socket);
+    void send_cycle(std::uint64_t cycle);
     void append_packet(const List& list, const Odt& odt, std::uint64_t cycle);
-    void flush(int socket);
+    void flush();
 
-    halmor_standin::FileDescriptor socket_;
+    const bool clockJumps_;
+    SimulatedLink link_;
     std::vector<List> lists_;
     std::map<std::string, SentValue> sent_;
 
     // The sending thread's, until it has ended.
     std::vector<std::uint8_t> packet_;
-    std::vector<std::uint8_t> payload_;
+    std::vector<SimulatedDatagram::Value> values_; // of the packet
+    SimulatedDatagram datagram_;                   // being put together
     std::uint16_t ctr_ = 0;
-    std::uint64_t datagrams_ = 0;
-    std::string error_;
+    std::uint32_t clock_; // nanoseconds, of the cycle
 
     std::jthread thread_;
 };

@@ -48,7 +48,7 @@ bool same(double a, double b) {
 
 void SimulatedSource::start(DatagramSink sink) {
     try {
-        slave_ = std::make_unique<SimulatedSlave>();
+        slave_ = std::make_unique<SimulatedSlave>(faults_);
     } catch (const std::system_error& error) {
         throw Failure(ExitStatus::network, error.what());
     }

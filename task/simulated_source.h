@@ -10,6 +10,8 @@ namespace task {
 
 class SimulatedSource : public DatagramSource {
   public:
+    explicit SimulatedSource(const std::set<SimulatedFault>& faults) : faults_(faults) {}
+
     void start(DatagramSink sink) override;
     bool ended() const override { return receiver_->ended(); }
     std::string description() const override {
@@ -21,6 +23,7 @@ class SimulatedSource : public DatagramSource {
     std::vector<std::string> missing_values() const override;
 
   private:
+    const std::set<SimulatedFault> faults_;
     std::unique_ptr<SimulatedSlave> slave_;
     std::unique_ptr<UdpSource> receiver_;
 };

@@ -100,12 +100,18 @@ task::MessageCounts counted(const std::vector<std::uint16_t>& ctrs) {
 TEST(MessageCounter, TellsGapsFromRepeats) {
     const auto losses = [](const std::vector<std::uint16_t>& ctrs) {
         const auto c = counted(ctrs);
-        return std::tuple(c.gaps, c.missing, c.repeated);
+        return std::tuple(c.gaps, c.missing, c.late, c.repeated);
     };
-    EXPECT_EQ(losses({65534, 65535, 0, 1}), std::tuple(0U, 0U, 0U)) << "starts anywhere, wraps";
-    EXPECT_EQ(losses({65535, 2, 3, 5}), std::tuple(2U, 3U, 0U));
-    EXPECT_EQ(losses({7, 8, 8, 9}), std::tuple(0U, 0U, 1U));
-    EXPECT_EQ(losses({7, 9, 8, 10}), std::tuple(1U, 1U, 1U)) << "overtaken";
+    EXPECT_EQ(losses({65534, 65535, 0, 1}), std::tuple(0U, 0U, 0U, 0U)) << "starts anywhere, wraps";
+    EXPECT_EQ(losses({65535, 2, 3, 5}), std::tuple(2U, 3U, 0U, 0U));
+    EXPECT_EQ(losses({7, 8, 8, 9, 7}), std::tuple(0U, 0U, 0U, 2U));
+    EXPECT_EQ(losses({65534, 1, 0, 2, 65535, 0}), std::tuple(1U, 0U, 2U, 1U)) << "late, then again";
+
+    std::vector<std::uint16_t> twoRounds = {9, 11};
+    for (std::uint32_t ctr = 12; ctr < 0x10000 + 100; ++ctr)
+        twoRounds.push_back(static_cast<std::uint16_t>(ctr));
+    twoRounds.push_back(10);
+    EXPECT_EQ(losses(twoRounds), std::tuple(1U, 1U, 0U, 1U)) << "10 has come in the second round";
 }
 
 TEST(MessageCounter, CountsPacketsByClassAndDatagramsThatAreCutOff) {

@@ -64,7 +64,7 @@ TEST(Task, ReportsWhatARecordingHolds) {
         counts_of(end.output),
         std::regex("datagrams     27 \\(128928 bytes\\)\nmessages      5310\nDAQ packets   5308\n"
                    "values        20220\nrate          \\d+ values/s over [0-9.]+ s\n"
-                   "CTR gaps      0 \\(0 messages missing, 0 repeated or late\\)\n"
+                   "CTR gaps      0 \\(0 messages missing, 0 late, 0 repeated\\)\n"
                    "kernel drops  0\npriority      22 .*\ntrust         yes: .*\n")))
         << end.output;
 }
@@ -91,6 +91,37 @@ TEST(Task, AValueThatDoesNotArriveIsToldByTheStatus) {
         std::regex_match(end.errors, std::regex("xcp_daq_task: engSpeed: 0 of \\d+ values arrived\n"
                                                 "xcp_daq_task: knock: 0 of \\d+ values arrived\n")))
         << end.errors;
+}
+
+TEST(Task, SaysWhatWentWrongAndStrictMinds) {
+    struct Case {
+        std::string faults;
+        int strictStatus;
+        std::string counts; // regular expressions
+        std::string doubts;
+    };
+    const std::string lost = "  packets were lost .see the counts.\n";
+    const std::string late = "  \\d+ messages came out of order\n";
+    const std::string twice = "  \\d+ messages came twice\n";
+    const std::string jumps = "  the sample time jumped \\d+ times\n(    at engSpeed: .*\n){3}";
+    const std::vector<Case> cases = {
+        {"lost", 2, "[1-9]\\d* \\([1-9]\\d* messages missing, 0 late, 0 repeated", lost},
+        {"repeated", 0, "0 \\(0 messages missing, 0 late, [1-9]\\d* repeated", twice},
+        {"late", 0, "[1-9]\\d* \\(0 messages missing, [1-9]\\d* late, 0 repeated", late + jumps},
+        {"jump", 0, "0 \\(0 messages missing, 0 late, 0 repeated", jumps},
+        {"lost,repeated,late,jump", 2, "[1-9].*", lost + late + twice + jumps},
+    };
+    for (const Case& c : cases) {
+        const auto end =
+            run_task({examples + "/engine.spec", "--table", examples + "/engine.table",
+                      "--simulate", "--faults", c.faults, "--seconds", "0.6", "--strict"});
+        EXPECT_EQ(end.status, c.strictStatus) << c.faults;
+        EXPECT_EQ(end.errors, "") << "what went out has arrived";
+        EXPECT_TRUE(
+            std::regex_search(end.output, std::regex("CTR gaps      " + c.counts)) &&
+            std::regex_search(end.output, std::regex("trust         no:\n" + c.doubts + "$")))
+            << end.output;
+    }
 }
 
 TEST(Task, ReceivesFromTheNetworkUntilItIsSignalled) {
@@ -120,7 +151,7 @@ TEST(Task, ReceivesFromTheNetworkUntilItIsSignalled) {
     EXPECT_NE(end.output.find("trust         no:\n  packets were lost"), std::string::npos);
     EXPECT_EQ(table_of(end.output)["speed"].value, "260");
     EXPECT_EQ(table_of(end.output)["speed"].updates, "3") << "what had arrived counts";
-    EXPECT_NE(end.output.find("CTR gaps      1 (1 messages missing, 0 repeated"),
+    EXPECT_NE(end.output.find("CTR gaps      1 (1 messages missing, 0 late, 0 repeated)"),
               std::string::npos);
 }
 
@@ -149,6 +180,10 @@ TEST(Task, RefusesBadInputWithOneLine) {
          1,
          "Requires at most 1 options be given from .*"},
         {{spec, "--table", table, "--simulate", "--pace", "max"}, 1, ".*--pace requires --pcap.*"},
+        {{spec, "--table", table, "--faults", "lost"}, 1, "--faults requires --simulate.*"},
+        {{spec, "--table", table, "--simulate", "--faults", "lost,cut"},
+         1,
+         "--faults: cut not in .*"},
         {{spec, "--table", table, "--listen", "nowhere"},
          1,
          "--listen: expected ADDRESS:PORT, found nowhere"},
