@@ -4,11 +4,15 @@
 
 #include <fmt/format.h>
 
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
-#include <cstdio>
 #include <cstring>
 #include <stop_token>
+#include <string_view>
 
 namespace task {
 
@@ -21,6 +25,7 @@ namespace {
 constexpr std::size_t ring_size = std::size_t{1}
                                   << 20; // values; a second or more at the link's rate
 constexpr std::chrono::milliseconds idle_pause{5};
+constexpr std::size_t text_size = std::size_t{1} << 16; // bytes; what is written at once
 
 bool same_time(const timespec& a, const timespec& b) {
     return a.tv_sec == b.tv_sec && a.tv_nsec == b.tv_nsec;
@@ -39,19 +44,19 @@ std::string cell_text(const std::string& name) {
 } // namespace
 
 CsvRecorder::CsvRecorder(const std::string& path)
-    : path_(path), file_(path), ring_(ring_size),
-      line_(VariableStore::instance().variables().size()) {
-    if (!file_.is_open())
+    : path_(path), file_(open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666)),
+      ring_(ring_size), line_(VariableStore::instance().variables().size()) {
+    if (file_.get() < 0)
         throw FileError(path, std::strerror(errno));
     write_header();
     thread_ = std::jthread([this](const std::stop_token& stop) { write_cells(stop); });
 }
 
 void CsvRecorder::write_header() {
-    file_ << "sample_time";
+    text_ = "sample_time";
     for (const Variable& variable : VariableStore::instance().variables())
-        file_ << ',' << cell_text(variable.name());
-    file_ << '\n';
+        text_.append(",").append(cell_text(variable.name()));
+    text_ += '\n';
 }
 
 void CsvRecorder::take(const Variable& variable, double value, const timespec& sampleTime) {
@@ -73,47 +78,58 @@ void CsvRecorder::write_cells(const std::stop_token& stop) {
             taken_.store(next + 1, std::memory_order_release);
         }
         if (last)
-            break;
+            end_line();
+        write_text();
+        if (last)
+            return;
         std::this_thread::sleep_for(idle_pause);
     }
-    write_line();
-    file_.flush();
 }
 
 void CsvRecorder::add_to_line(const Cell& cell) {
     if (lineBegun_ && (!same_time(cell.time, lineTime_) || !line_[cell.column].empty()))
-        write_line();
+        end_line();
     lineBegun_ = true;
     lineTime_ = cell.time;
     line_[cell.column] = fmt::format("{}", cell.value);
 }
 
-void CsvRecorder::write_line() {
+void CsvRecorder::end_line() {
     if (!lineBegun_)
         return;
-    errno = 0;
-    file_ << fmt::format("{}.{:09},{}\n", lineTime_.tv_sec, lineTime_.tv_nsec,
-                         fmt::join(line_, ","));
-    if (!file_ && ++unwritten_ == 1)
-        diskError_ = errno != 0 ? std::strerror(errno) : "write error";
+    text_ +=
+        fmt::format("{}.{:09},{}\n", lineTime_.tv_sec, lineTime_.tv_nsec, fmt::join(line_, ","));
+    if (text_.size() >= text_size)
+        write_text();
     for (std::string& cell : line_)
         cell.clear();
     lineBegun_ = false;
 }
 
+void CsvRecorder::write_text() {
+    std::string_view rest = text_;
+    while (!rest.empty() && diskError_.empty()) {
+        const ssize_t written = write(file_.get(), rest.data(), rest.size());
+        if (written >= 0)
+            rest.remove_prefix(static_cast<std::size_t>(written));
+        else if (errno != EINTR)
+            diskError_ = std::strerror(errno);
+    }
+    unwritten_ += static_cast<std::uint64_t>(std::count(rest.begin(), rest.end(), '\n'));
+    text_.clear();
+}
+
 void CsvRecorder::close() {
     thread_.request_stop();
     thread_.join();
-    const bool flushed = file_.good();
-    file_.close();
+    std::string losses;
     if (unwritten_ > 0)
-        throw FileError(path_,
-                        fmt::format("{} lines were not written: {}", unwritten_, diskError_));
-    if (!flushed || file_.fail())
-        throw FileError(path_, "the last lines were not written");
+        losses = fmt::format("{} lines were not written: {}", unwritten_, diskError_);
     if (noRoom_ > 0)
-        throw FileError(path_,
-                        fmt::format("{} values were not written: the disk cannot follow", noRoom_));
+        losses += fmt::format("{}{} values were not written: the disk cannot follow",
+                              losses.empty() ? "" : "; ", noRoom_);
+    if (!losses.empty())
+        throw FileError(path_, losses);
 }
 
 } // namespace task

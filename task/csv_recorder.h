@@ -6,11 +6,11 @@
 // were written at it and empty cells elsewhere. A value that comes twice at one sample time begins
 // a second line of that time.
 
+#include "file_descriptor.h"
 #include "variable_store.h"
 
 #include <atomic>
 #include <cstdint>
-#include <fstream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -40,24 +40,26 @@ class CsvRecorder {
     void write_header();
     void write_cells(const std::stop_token& stop);
     void add_to_line(const Cell& cell);
-    void write_line();
+    void end_line();
+    void write_text();
 
     std::string path_;
-    std::ofstream file_;
+    halmor_standin::FileDescriptor file_;
 
     // Ring between the worker, which appends, and the thread, which takes; each moves its own end.
     std::vector<Cell> ring_;
     std::atomic<std::uint64_t> appended_ = 0;
     std::atomic<std::uint64_t> taken_ = 0;
 
-    std::uint64_t noRoom_ = 0;    // values without room; the worker's
-    std::uint64_t unwritten_ = 0; // lines that the disk refused; the thread's
-    std::string diskError_;       // of the first one
+    std::uint64_t noRoom_ = 0; // values without room; the worker's
 
-    // The line that the thread puts together.
-    std::vector<std::string> line_;
+    // The thread's.
+    std::vector<std::string> line_; // being put together
     timespec lineTime_{};
     bool lineBegun_ = false;
+    std::string text_;            // whole lines for the file
+    std::uint64_t unwritten_ = 0; // lines that the disk refused; none is tried after the first
+    std::string diskError_;
 
     std::jthread thread_; // last: it uses all of the above
 };

@@ -143,11 +143,12 @@ class Run {
         }
         const RunCounts last = counts();
         print(variable_table() + closing_counts(last) + trust_text(last, observer_.watch()));
+        const ExitStatus status = judge(last);
         observer_.close();
         if (dump_)
             dump_->close();
         source_->check();
-        return judge(last);
+        return status;
     }
 
   private:

@@ -1,6 +1,7 @@
 // The parts of the task that read what users write, and the one that watches CTR.
 
 #include "capture_source.h"
+#include "csv_recorder.h"
 #include "file_error.h"
 #include "live_view.h"
 #include "measurement_table.h"
@@ -12,8 +13,14 @@
 
 #include <gtest/gtest.h>
 
+#include <csignal>
+#include <filesystem>
 #include <functional>
+#include <regex>
 #include <thread>
+
+#include <fcntl.h>
+#include <sys/stat.h>
 
 using halmor_standin::FileError;
 using table::Bytes;
@@ -164,6 +171,42 @@ TEST(LiveTable, ShowsWhatFitsAndWhatHappened) {
     EXPECT_EQ(table.lines(120, 30, counts).size(), 2U + 21U);
     for (const std::string& line : table.lines(30, 30, counts))
         EXPECT_LE(line.size(), 30U);
+}
+
+// ---- recording ----
+
+TEST(CsvRecorder, NeverWaitsForADiskThatCannotFollow) {
+    std::signal(SIGPIPE, SIG_IGN);
+    auto& store = halmor_standin::VariableStore::instance();
+    auto& variable = store.define("a,\"b", halmor_standin::VariableKind::real, "");
+    const TemporaryFile place;
+    std::filesystem::remove(place.path());
+    ASSERT_EQ(mkfifo(place.path().c_str(), 0600), 0);
+    const int reader = open(place.path().c_str(), O_RDONLY | O_NONBLOCK);
+    task::CsvRecorder recorder(place.path());
+    constexpr int values = 3'000'000; // more than the recorder's buffer holds
+    for (int i = 0; i < values; ++i)
+        recorder.take(variable, 0.5, {i, 7});
+    std::string start(64, '\0');
+    ASSERT_EQ(read(reader, start.data(), start.size()), 64);
+    EXPECT_TRUE(start.starts_with("sample_time,\"a,\"\"b\"\n0.000000007,0.5\n1.000000007,0.5\n"));
+    close(reader);
+    try {
+        recorder.close();
+        FAIL() << "nothing was told";
+    } catch (const FileError& error) {
+        std::smatch count;
+        const std::string text = error.what();
+        ASSERT_TRUE(std::regex_match(text, count,
+                                     std::regex(place.path() +
+                                                ": (\\d+) lines were not written: Broken pipe; "
+                                                "(\\d+) values were not written: the disk cannot "
+                                                "follow")))
+            << text;
+        const int unwritten = std::stoi(count[1]) + std::stoi(count[2]);
+        EXPECT_LT(unwritten, values);
+        EXPECT_GT(unwritten, values - 10'000) << "the pipe holds 64 KiB of lines";
+    }
 }
 
 // ---- captures ----
