@@ -1,15 +1,15 @@
 # What cmake --install puts where.
 include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
+set(public_headers
+  xcp_daq/api_xcp_daq.h xcp_daq/api_xcp_daq_threads.h xcp_daq/export.h
+  xcp_daq/xcp_daq_master_init.h host/halmor_runtime.h host/transport_udp.h)
 set(headers ${CMAKE_INSTALL_INCLUDEDIR}/xcp_daq)
 set(package ${CMAKE_INSTALL_LIBDIR}/cmake/xcp_daq)
 
 install(TARGETS xcp_daq halmor_standin halmor_host EXPORT xcp_daqTargets)
 install(EXPORT xcp_daqTargets NAMESPACE xcp_daq:: DESTINATION ${package})
-install(FILES
-  xcp_daq/api_xcp_daq.h xcp_daq/api_xcp_daq_threads.h xcp_daq/export.h
-  xcp_daq/xcp_daq_master_init.h host/halmor_runtime.h host/transport_udp.h
-  DESTINATION ${headers})
+install(FILES ${public_headers} DESTINATION ${headers})
 install(DIRECTORY host/standin/ DESTINATION ${headers}/standin FILES_MATCHING PATTERN "*.h")
 
 write_basic_package_version_file(${PROJECT_BINARY_DIR}/xcp_daqConfigVersion.cmake

@@ -4,7 +4,7 @@ build_packages=(g++ cmake ninja-build libcli11-dev libfmt-dev libpcap-dev libgte
 bench_packages=(libbenchmark-dev valgrind)
 coverage_packages=(gcovr)
 # llvm: the leak check names functions, for which it needs the symbolizer.
-check_packages=(pkg-config clang llvm libclang-rt-14-dev clang-format binutils)
+check_packages=(pkg-config clang llvm libclang-rt-14-dev clang-format binutils doxygen gnuplot-nox)
 
 is_installed() {
     [ "$(dpkg-query -W -f='${db:Status-Status}' "$1" 2>/dev/null)" = installed ]

@@ -1,6 +1,7 @@
 #pragma once
-// The frame queue between the threads that receive datagrams and the worker that decodes them. A
-// frame is one XCP packet, PID first, without its message header.
+/// @file
+/// The frame queue between the threads that receive datagrams and the worker that decodes them. A
+/// frame is one XCP packet, PID first, without its message header.
 
 #include "export.h"
 
@@ -14,30 +15,31 @@
 #include <utility>
 #include <vector>
 
-// Number of frames that may be taken.
+/// Number of frames that may be taken.
 XCP_DAQ_EXPORT extern std::counting_semaphore<> XcpFrameBufferCount;
 
-// What a take returns when it gets nothing. Never changed.
+/// What a take returns when it gets nothing. Never changed.
 XCP_DAQ_EXPORT extern std::vector<std::uint8_t> EmptyFrameBuffer;
 
-// First in, first out; any thread may push, one takes. Unbounded: a measurement that is dropped
-// spoils the run, so when the worker falls behind, frames wait in memory. A frame is in the queue
-// before its unit of XcpFrameBufferCount is released, and a unit is acquired before a frame is
-// removed, so a unit always stands for a frame that is there. The mutex is held only while one
-// frame goes in or out; a taker sleeps on the semaphore, never on the mutex.
-//
-// A template by name only: the one instance is XCPFrameBuffer.
+/// First in, first out; any thread may push, one takes. Unbounded: a measurement that is dropped
+/// spoils the run, so when the worker falls behind, frames wait in memory. A frame is in the queue
+/// before its unit of XcpFrameBufferCount is released, and a unit is acquired before a frame is
+/// removed, so a unit always stands for a frame that is there. The mutex is held only while one
+/// frame goes in or out; a taker sleeps on the semaphore, never on the mutex.
+///
+/// A template by name only: the one instance is XCPFrameBuffer.
 template <class T>
 class XCPFrameBufferQueue {
   public:
-    // Destroys the frames that wait, without a lock: the worker must have been stopped.
+    /// Destroys the frames that wait, without a lock: the worker must have been stopped.
     virtual ~XCPFrameBufferQueue() = default;
 
-    // Appends a frame and wakes the taker. Throws std::bad_alloc and then changes nothing.
+    /// Appends a frame and wakes the taker. Throws std::bad_alloc and then changes nothing.
     void push(const T& frame) { append(frame); }
+    /// The same, without a copy.
     void push(T&& frame) { append(std::move(frame)); }
 
-    // Takes the oldest frame, waiting for one at most `timeout`; EmptyFrameBuffer when none came.
+    /// Takes the oldest frame, waiting for one at most `timeout`; EmptyFrameBuffer when none came.
     T wait_for_buffer(std::chrono::milliseconds timeout) {
         // The timed wait reads the clock even when a frame is there.
         if (!XcpFrameBufferCount.try_acquire() && !XcpFrameBufferCount.try_acquire_for(timeout))
@@ -50,7 +52,7 @@ class XCPFrameBufferQueue {
         return frame;
     }
 
-    // Number of frames that wait, for whoever watches the run or waits for its end.
+    /// Number of frames that wait, for whoever watches the run or waits for its end.
     std::size_t size() const {
         const std::lock_guard lock(queueMutex);
         return frameQueue.size();
@@ -90,10 +92,11 @@ class XCPFrameBufferQueue {
     mutable std::mutex queueMutex;
 };
 
+/// The one queue.
 XCP_DAQ_EXPORT extern XCPFrameBufferQueue<std::vector<std::uint8_t>> XCPFrameBuffer;
 
-XCP_DAQ_EXPORT extern std::int64_t XCPFrameCount; // not used by the library
+XCP_DAQ_EXPORT extern std::int64_t XCPFrameCount; ///< not used by the library
 
-// Non-zero tells the worker to end. Written by the controlling thread, read by the worker.
+/// Non-zero tells the worker to end. Written by the controlling thread, read by the worker.
 XCP_DAQ_EXPORT extern std::atomic<std::int32_t> frameThreadStopped;
 static_assert(sizeof(frameThreadStopped) == sizeof(std::int32_t));
