@@ -1,10 +1,11 @@
-# Sourced by run-demo and run-tests: makes sure that Debian packages are there.
+# Sourced by the run-* scripts: makes sure that Debian packages are there, and builds.
 
 build_packages=(g++ cmake ninja-build libcli11-dev libfmt-dev libpcap-dev libgtest-dev)
 bench_packages=(libbenchmark-dev valgrind)
 coverage_packages=(gcovr)
 # llvm: the leak check names functions, for which it needs the symbolizer.
-check_packages=(pkg-config clang llvm libclang-rt-14-dev clang-format binutils doxygen gnuplot-nox)
+check_packages=(pkg-config clang llvm libclang-rt-14-dev clang-format clang-tidy binutils
+    doxygen gnuplot-nox)
 
 is_installed() {
     [ "$(dpkg-query -W -f='${db:Status-Status}' "$1" 2>/dev/null)" = installed ]
@@ -30,15 +31,21 @@ need_packages() {
         apt-get install -q -y --no-install-recommends "${missing[@]}" >/dev/null
 }
 
-# configure_and_build PRESET [TARGET]: quiet unless it fails.
-configure_and_build() {
+# Runs a command and shows what it prints only when it fails.
+quietly() {
     local log
     log=$(mktemp)
-    echo "Building the $1 preset"
-    if ! { cmake --preset "$1" && cmake --build --preset "$1" ${2:+--target "$2"}; } >"$log" 2>&1; then
+    if ! "$@" >"$log" 2>&1; then
         cat "$log" >&2
         rm -f "$log"
         exit 1
     fi
     rm -f "$log"
+}
+
+# configure_and_build PRESET [TARGET]
+configure_and_build() {
+    echo "Building the $1 preset"
+    quietly cmake --preset "$1"
+    quietly cmake --build --preset "$1" ${2:+--target "$2"}
 }
