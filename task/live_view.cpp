@@ -8,7 +8,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cmath>
 #include <cstdlib>
 #include <iostream>
 #include <string_view>
@@ -23,8 +22,13 @@ namespace {
 
 constexpr std::size_t trace_length = 16;
 constexpr double rate_seconds = 1.0;
-constexpr std::size_t longest_name = 24;
 constexpr std::size_t message_rows = 4; // kept for what the library prints
+
+// A row, whose first column takes the names: value, sample time, updates a second, trace.
+constexpr const char* row_format = "{:{}}  {:>16}  {:>14}  {:>8}  {}";
+constexpr std::size_t other_columns = 2 + 16 + 2 + 14 + 2 + 8 + 2 + trace_length;
+constexpr std::size_t shortest_name = 8;
+constexpr std::size_t longest_name = 40;
 
 // The last values between their least and their largest, as bars of eight heights.
 std::string trace_text(const std::deque<double>& values) {
@@ -35,31 +39,31 @@ std::string trace_text(const std::deque<double>& values) {
     std::string text;
     for (const double value : values) {
         const double level = *largest > *least ? (value - *least) / (*largest - *least) : 0.0;
-        text += bars[std::isfinite(level) ? static_cast<std::size_t>(level * 7.99) : 0];
+        text += bars[level > 0.0 ? static_cast<std::size_t>(std::min(level, 1.0) * 7.99) : 0];
     }
     return text;
 }
 
-std::string shortened(const std::string& name) {
-    return name.size() <= longest_name ? name : name.substr(0, longest_name - 1) + "~";
+// As much of a text as fits into so many columns.
+std::string cut(const std::string& text, std::size_t columns) {
+    std::size_t end = 0;
+    for (; end < text.size(); ++end)
+        if ((text[end] & 0xC0) != 0x80 && columns-- == 0) // a character begins
+            break;
+    return text.substr(0, end);
 }
 
-// Text of one-byte characters, cut at the window's edge.
-std::string cut(std::string text, std::size_t width) {
-    text.resize(std::min(text.size(), width));
-    return text;
+std::string shortened(const std::string& name, std::size_t columns) {
+    return cut(name, columns) == name ? name : cut(name, columns - 1) + "~";
 }
 
-std::string variable_line(const Variable& variable, const Sample& sample, double rate,
-                          const std::deque<double>& trace, std::size_t width) {
-    if (sample.updates == 0)
-        return cut(
-            fmt::format("{:{}}  {:>22}", shortened(variable.name()), longest_name, "never came"),
-            width);
-    const std::string text = fmt::format(
-        "{:{}}  {:>22.12g}  {:>14}.{:03}  {:>9.0f}/s  ", shortened(variable.name()), longest_name,
-        sample.value, sample.sampleTime.tv_sec, sample.sampleTime.tv_nsec / 1000000, rate);
-    return text.size() + trace_length <= width ? text + trace_text(trace) : cut(text, width);
+// What the longest name needs, but no more than the window leaves beside the other columns.
+std::size_t name_width(std::size_t width) {
+    std::size_t longest = shortest_name;
+    for (const Variable& variable : VariableStore::instance().variables())
+        longest = std::max(longest, variable.name().size());
+    const std::size_t room = width > other_columns ? width - other_columns : 0;
+    return std::min(longest, std::clamp(room, shortest_name, longest_name));
 }
 
 } // namespace
@@ -68,39 +72,45 @@ std::vector<std::string> LiveTable::lines(std::size_t width, std::size_t height,
                                           const RunCounts& counts) {
     const auto& variables = VariableStore::instance().variables();
     histories_.resize(variables.size());
-    std::vector<std::string> lines;
-    lines.push_back(
-        cut(fmt::format("{:.1f} s  {} datagrams  {} DAQ packets  {} values  {} missing  "
-                        "{} kernel drops  {} waiting",
-                        counts.seconds, counts.messages.datagrams, counts.messages.daqPackets,
-                        counts.values, counts.messages.missing, counts.losses.kernelDrops,
-                        counts.waiting),
-            width));
-    lines.push_back(cut(fmt::format("{:{}}  {:>22}  {:>18}  {:>11}", "variable", longest_name,
-                                    "value", "sample time (s)", "updates"),
-                        width));
+    const std::size_t names = name_width(width);
+    const MessageCounts& m = counts.messages;
+    std::vector<std::string> lines = {
+        fmt::format("{:.1f} s  {} datagrams  {} DAQ packets  {} values", counts.seconds,
+                    m.datagrams, m.daqPackets, counts.values),
+        fmt::format("lost: {} messages missing  {} kernel drops   queue: {} waiting", m.missing,
+                    counts.losses.kernelDrops, counts.waiting),
+        fmt::format(row_format, "variable", names, "value", "sample time (s)", "updates", ""),
+    };
     const std::size_t room = height > lines.size() + 1 ? height - lines.size() - 1 : 0;
     const std::size_t shown = variables.size() <= room + 1 ? variables.size() : room;
-    for (std::size_t i = 0; i < shown; ++i) {
-        const Sample sample = variables[i].read();
-        History& history = histories_[i];
-        history.updates.emplace_back(counts.seconds, sample.updates);
-        while (history.updates.size() > 2 &&
-               history.updates[1].first <= counts.seconds - rate_seconds)
-            history.updates.pop_front();
-        if (sample.updates > 0)
-            history.values.push_back(sample.value);
-        if (history.values.size() > trace_length)
-            history.values.pop_front();
-        const auto& [since, before] = history.updates.front();
-        const double rate = counts.seconds > since ? static_cast<double>(sample.updates - before) /
-                                                         (counts.seconds - since)
-                                                   : 0.0;
-        lines.push_back(variable_line(variables[i], sample, rate, history.values, width));
-    }
+    for (std::size_t i = 0; i < shown; ++i)
+        lines.push_back(row(variables[i], counts.seconds, names));
     if (shown < variables.size())
-        lines.push_back(cut(fmt::format("... and {} more", variables.size() - shown), width));
+        lines.push_back(fmt::format("... and {} more", variables.size() - shown));
+    for (std::string& line : lines)
+        line = cut(line, width);
     return lines;
+}
+
+std::string LiveTable::row(const Variable& variable, double seconds, std::size_t names) {
+    const Sample sample = variable.read();
+    History& history = histories_[variable.number()];
+    history.updates.emplace_back(seconds, sample.updates);
+    while (history.updates.size() > 2 && history.updates[1].first <= seconds - rate_seconds)
+        history.updates.pop_front();
+    const std::string name = shortened(variable.name(), names);
+    if (sample.updates == 0)
+        return fmt::format(row_format, name, names, "never came", "", "", "");
+    history.values.push_back(sample.value);
+    if (history.values.size() > trace_length)
+        history.values.pop_front();
+    const auto& [since, before] = history.updates.front();
+    const double rate =
+        seconds > since ? static_cast<double>(sample.updates - before) / (seconds - since) : 0.0;
+    const auto milliseconds = sample.sampleTime.tv_nsec / 1'000'000;
+    return fmt::format(row_format, name, names, fmt::format("{:.10g}", sample.value),
+                       fmt::format("{}.{:03}", sample.sampleTime.tv_sec, milliseconds),
+                       fmt::format("{:.0f}/s", rate), trace_text(history.values));
 }
 
 bool LiveView::possible() {

@@ -3,6 +3,7 @@
 // library prints meanwhile scrolls below it.
 
 #include "report.h"
+#include "variable_store.h"
 
 #include <cstddef>
 #include <deque>
@@ -18,6 +19,8 @@ class LiveTable {
     std::vector<std::string> lines(std::size_t width, std::size_t height, const RunCounts& counts);
 
   private:
+    std::string row(const halmor_standin::Variable& variable, double seconds, std::size_t names);
+
     struct History {
         std::deque<double> values;                            // at each call, the latest last
         std::deque<std::pair<double, std::uint64_t>> updates; // seconds, updates

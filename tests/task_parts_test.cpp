@@ -13,6 +13,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <csignal>
 #include <filesystem>
 #include <functional>
@@ -150,11 +151,16 @@ TEST(SampleTimeWatch, TellsJumpsOfMoreThanASecond) {
 
 // ---- live table ----
 
+// Characters of a UTF-8 text.
+auto columns(const std::string& text) {
+    return std::count_if(text.begin(), text.end(), [](char c) { return (c & 0xC0) != 0x80; });
+}
+
 TEST(LiveTable, ShowsWhatFitsAndWhatHappened) {
     auto& store = halmor_standin::VariableStore::instance();
     for (int i = 0; i < 20; ++i)
         store.define("variable" + std::to_string(i), halmor_standin::VariableKind::real, "");
-    store.define(std::string(40, 'n'), halmor_standin::VariableKind::real, "");
+    store.define("Öldruck_hinter_dem_Filter_links", halmor_standin::VariableKind::real, "");
     task::LiveTable table;
     task::RunCounts counts;
     for (counts.seconds = 0.0; counts.seconds < 3.0; counts.seconds += 0.5) {
@@ -162,15 +168,18 @@ TEST(LiveTable, ShowsWhatFitsAndWhatHappened) {
             store.find("variable0")->write(counts.seconds, {100, 5000000});
         table.lines(120, 30, counts);
     }
-    const auto lines = table.lines(120, 8, counts);
-    ASSERT_EQ(lines.size(), 8U);
-    EXPECT_NE(lines[2].find("100.005         50/s  ▁▂▄▅▇█"), std::string::npos)
-        << lines[2] << ": 100 updates a second until half a second ago";
-    EXPECT_NE(lines[3].find("never came"), std::string::npos);
-    EXPECT_EQ(lines[7], "... and 16 more");
-    EXPECT_EQ(table.lines(120, 30, counts).size(), 2U + 21U);
+    const auto lines = table.lines(120, 9, counts);
+    ASSERT_EQ(lines.size(), 9U);
+    EXPECT_NE(lines[3].find("100.005      50/s  ▁▂▄▅▇█"), std::string::npos)
+        << lines[3] << ": 100 updates a second until half a second ago";
+    EXPECT_NE(lines[4].find("never came"), std::string::npos);
+    EXPECT_EQ(lines[8], "... and 16 more");
+    const auto all = table.lines(80, 30, counts);
+    EXPECT_EQ(all.size(), 3U + 21U);
+    EXPECT_TRUE(all[3].ends_with("█")) << all[3] << ": 80 columns hold a row";
+    EXPECT_TRUE(all[23].starts_with("Öldruck_hinter_de~  ")) << all[23];
     for (const std::string& line : table.lines(30, 30, counts))
-        EXPECT_LE(line.size(), 30U);
+        EXPECT_LE(columns(line), 30) << line;
 }
 
 // ---- recording ----
