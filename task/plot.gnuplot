@@ -1,12 +1,14 @@
 # Draws a recording of xcp_daq_task: one panel per variable over the sample time.
 #   gnuplot -e "record='run.csv'; picture='run.svg'" plot.gnuplot
-# A picture that ends in .png becomes a PNG, any other an SVG.
+# A picture that ends in .png becomes a PNG, any other an SVG. What came before the first timestamp
+# has no place on the time axis.
 
 time_of(line) = system(line . " '" . record . "' | cut -d, -f1")
+first_line = "sed -n '2,${/^0\\./!{p;q}}'"
 names = system("head -n 1 '" . record . "' | tr ',' ' '")
 panels = words(names) - 1
-if (time_of("sed -n 2p") eq "") { exit error record . ": no values to draw" }
-first = real(time_of("sed -n 2p"))
+if (time_of(first_line) eq "") { exit error record . ": no values to draw" }
+first = real(time_of(first_line))
 last = real(time_of("tail -n 1"))
 values_in(column) = int(system(sprintf("sed 1d '%s' | cut -d, -f%d | grep -c .", record, column)))
 

@@ -153,79 +153,58 @@ TEST_F(FrameDump, AFailedOpenLeavesTheStreamFailedAndCanBeTriedAgain) {
 
 // ---- replay ----
 
-class Replay : public testing::Test {
-  protected:
-    std::unique_ptr<TemporaryFile> file;
+Bytes next_frame() {
+    Bytes frame;
+    const std::int64_t result = api_xcp_daq::readFrameData(&frame, 1);
+    EXPECT_EQ(result, static_cast<std::int64_t>(frame.size()));
+    return frame;
+}
 
-    void replay(const std::string& text) {
-        file = std::make_unique<TemporaryFile>(text);
-        appData.frameReplayFile.open(file->path());
+TEST(Replay, ReadsRecordsAsTheyStand) {
+    struct Case {
+        const char* what;
+        std::string text;
+        std::vector<Bytes> frames; // and then nothing more
+    };
+    const std::vector<Case> cases = {
+        {"several lines, any case",
+         "18 \n0,1,2,3,4,5,6,7,8,9,a,B,c,d,e,f\nfe,FF\n1 \n5\n",
+         {{0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 0xFE, 0xFF}, {5}}},
+        {"a whole line, but 16 values of it at most",
+         "3 \n1,2,3,4,5\n5 \n1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1\n",
+         {{1, 2, 3, 4, 5}, Bytes(16, 1)}},
+        {"a length that says nothing takes one line",
+         "0 \n1,2\n-7 \n3\nlength\n4,5\n",
+         {{1, 2}, {3}, {4, 5}}},
+        {"values as their format reads them",
+         "6 \n1ff, 0x2,3 ,9\r\n\nxyz\n4\r\n5,6\n2 text behind\n1,2\n",
+         {{0xFF, 2, 3, 4, 5, 6}, {1, 2}}},
+        {"out of step after an empty line", "1 \n5\n\n2 \n6,7\n", {{5}, {2}}},
+        {"a file that ends early", "4 \n1,2", {{1, 2}}},
+        {"a last length line without a line feed", "1 \n5\n9", {{5}}},
+    };
+    for (const Case& c : cases) {
+        const TemporaryFile file(c.text);
+        appData.frameReplayFile = std::ifstream(file.path());
         ASSERT_TRUE(api_xcp_daq::openReadFrameData()) << "a file that is open stays";
+        for (const Bytes& frame : c.frames)
+            EXPECT_EQ(next_frame(), frame) << c.what;
+        EXPECT_TRUE(next_frame().empty() && next_frame().empty()) << c.what;
+        EXPECT_TRUE(appData.frameReplayFile.eof());
     }
-    static Bytes next() {
-        Bytes frame;
-        const std::int64_t result = api_xcp_daq::readFrameData(&frame, 1);
-        EXPECT_EQ(result, static_cast<std::int64_t>(frame.size()));
-        return frame;
-    }
-};
-
-TEST_F(Replay, ReadsFramesOverSeveralLines) {
-    replay("20 \n0,1,2,3,4,5,6,7,8,9,a,B,c,d,e,f\n10,11,fe,FF\n1 \n5\n");
-    Bytes first = {0xEE};
-    EXPECT_EQ(api_xcp_daq::readFrameData(&first, 0), 20);
-    EXPECT_EQ(first.size(), 21U);
-    EXPECT_EQ(first[0], 0xEE) << "appended, never cleared";
-    EXPECT_EQ(Bytes(first.end() - 4, first.end()), Bytes({0x10, 0x11, 0xFE, 0xFF}));
-    EXPECT_EQ(next(), Bytes{5});
-    for (int i = 0; i < 3; ++i)
-        EXPECT_TRUE(next().empty()) << "the end stays the end";
-    EXPECT_TRUE(appData.frameReplayFile.eof());
+    const TemporaryFile file("1 \n5\n");
+    appData.frameReplayFile = std::ifstream(file.path());
+    Bytes frame = {0xEE};
+    EXPECT_EQ(api_xcp_daq::readFrameData(&frame, 0), 1);
+    EXPECT_EQ(frame, Bytes({0xEE, 5})) << "appended, never cleared";
 }
 
-TEST_F(Replay, TakesAWholeLineAndSixteenValuesOfItAtMost) {
-    replay("5 \n1,2,3,4,5,6,7,8,9,a,b,c,d,e,f,10,11,12\n");
-    EXPECT_EQ(next().size(), 16U);
-}
-
-TEST_F(Replay, ALengthThatSaysNothingTakesOneLine) {
-    replay("0 \n1,2\n-7 \n3\nlength\n4,5\n");
-    EXPECT_EQ(next(), Bytes({1, 2}));
-    EXPECT_EQ(next(), Bytes{3});
-    EXPECT_EQ(next(), Bytes({4, 5}));
-}
-
-TEST_F(Replay, ReadsValuesAsTheirFormatDoes) {
-    replay("6 \n1ff, 0x2,3 ,9\r\n\nxyz\n4\r\n5,6\n2 text behind\n1,2\n");
-    EXPECT_EQ(next(), Bytes({0xFF, 2, 3, 4, 5, 6}));
-    EXPECT_EQ(next(), Bytes({1, 2}));
-}
-
-TEST_F(Replay, AnEmptyLineBetweenRecordsPutsItOutOfStep) {
-    replay("1 \n5\n\n2 \n6,7\n");
-    EXPECT_EQ(next(), Bytes{5});
-    EXPECT_EQ(next(), Bytes{2});
-    EXPECT_TRUE(next().empty());
-}
-
-TEST_F(Replay, AFileThatEndsEarlyGivesWhatItHas) {
-    replay("4 \n1,2");
-    EXPECT_EQ(next(), Bytes({1, 2}));
-    EXPECT_TRUE(next().empty());
-}
-
-TEST_F(Replay, ALastLengthLineWithoutALineFeedIsNoFrame) {
-    replay("1 \n5\n9");
-    EXPECT_EQ(next(), Bytes{5});
-    EXPECT_TRUE(next().empty());
-}
-
-TEST_F(Replay, AFileThatCannotBeReadEndsAtOnce) {
-    EXPECT_TRUE(next().empty()) << "nothing was opened yet";
+TEST(Replay, AFileThatCannotBeReadEndsAtOnce) {
+    EXPECT_TRUE(next_frame().empty()) << "nothing was opened yet";
     appData.frameReplayFile.clear();
     appData.frameReplayFile.open("/tmp"); // a directory opens, but every read fails
-    EXPECT_TRUE(next().empty());
-    EXPECT_TRUE(next().empty());
+    EXPECT_TRUE(next_frame().empty());
+    EXPECT_TRUE(next_frame().empty());
 }
 
 // Made for one test, and only when there is nothing in its place.
@@ -252,19 +231,19 @@ class FixedReplayFile {
     bool mayMake_ = false;
 };
 
-TEST_F(Replay, TheFixedFile) {
+TEST(Replay, TheFixedFile) {
     const FixedReplayFile fixed;
     if (!fixed.may_make())
         GTEST_SKIP() << fixed.path << " is there already or cannot be made";
     EXPECT_FALSE(api_xcp_daq::openReadFrameData());
     EXPECT_TRUE(appData.frameReplayFile.fail());
-    EXPECT_TRUE(next().empty());
+    EXPECT_TRUE(next_frame().empty());
     std::ofstream(fixed.path) << "2 \n1,2\n";
     EXPECT_TRUE(api_xcp_daq::openReadFrameData());
-    EXPECT_EQ(next(), Bytes({1, 2}));
-    EXPECT_TRUE(next().empty());
+    EXPECT_EQ(next_frame(), Bytes({1, 2}));
+    EXPECT_TRUE(next_frame().empty());
     EXPECT_TRUE(api_xcp_daq::openReadFrameData());
-    EXPECT_TRUE(next().empty()) << "it is not rewound";
+    EXPECT_TRUE(next_frame().empty()) << "it is not rewound";
 }
 
 } // namespace

@@ -109,6 +109,12 @@ TEST_F(Rollover, OnlyTheFirstCallAnchors) {
     EXPECT_EQ(corrected, (timespec{0, 5}));
 }
 
+TEST_F(Rollover, ACallerWithATimestampIsNotAnchored) {
+    corrected = {};
+    call_after(5, 7);
+    EXPECT_EQ(corrected, (timespec{0, 2}));
+}
+
 TEST_F(Rollover, WithoutABaseNothingIsAnchored) {
     corrected = {};
     EXPECT_EQ(calculate_rollover(7, &previous, &corrected, nullptr), 7);

@@ -11,6 +11,8 @@ using host_double::Line;
 
 namespace {
 
+using Sections = std::map<std::string, std::deque<Line>>;
+
 class SpecReader : public testing::Test {
   protected:
     api_xcp_daq object;
@@ -20,190 +22,161 @@ class SpecReader : public testing::Test {
     SpecReader() {
         appData.logFile.open(log.path());
         appData.logEnabled = true;
-        section("@REG_NAME", {{1, "xcpdaq"}});
-        section("@XCP_SERVER", {{1, "192.0.2.10:700"}});
-        section("@A2L_FILE", {{1, "engine.a2l"}});
-        section("@A2L_FILEPATH", {{1, "/specs/a2l/"}});
+        host().sections = {{"@REG_NAME", {{1, "xcpdaq"}}},
+                           {"@XCP_SERVER", {{1, "192.0.2.10:700"}}},
+                           {"@A2L_FILE", {{1, "engine.a2l"}}},
+                           {"@A2L_FILEPATH", {{1, "/specs/a2l/"}}}};
     }
 
-    static void section(const std::string& key, std::deque<Line> lines) {
-        host().sections[key] = std::move(lines);
+    bool read(const Sections& changed = {}) {
+        for (const auto& [key, lines] : changed)
+            host().sections[key] = lines;
+        return api_xcp_daq::readSpecs(spec.path().c_str());
     }
-    bool read() { return api_xcp_daq::readSpecs(spec.path().c_str()); }
-
-    // What is in the log when the usual closing message is taken away.
-    std::string messages(int measurements = 0) {
+    std::string messages() {
         appData.logFile.flush();
-        std::string text = log.text();
-        const std::string end = " Found Measurements: " + std::to_string(measurements) + "\n";
-        if (!text.ends_with(end))
-            return "no closing message: " + text;
-        return text.substr(0, text.size() - end.size());
-    }
-    static std::string name(std::size_t list, std::size_t index) {
-        return appData.daqList[list].measurementAttrs.nameList.at(index);
+        return log.text();
     }
 };
 
-TEST_F(SpecReader, ReadsAllSections) {
-    section("@LIST1", {{1, "fast10ms DAQ event10ms"},
-                       {1, "engSpeed tagA -"},
-                       {1, "coolantTemp tagB hostCoolant 4"},
-                       {1, "$"},
-                       {1, "never read -"}});
-    section("@LIST3", {{1, "stim STIM event1 ignored"}, {1, "$"}});
-    section("@LIST5", {{1, "five DAQ event"}});
-    ASSERT_TRUE(read());
-    EXPECT_STREQ(Registered_name, "xcpdaq");
-    EXPECT_EQ(appData.registeredName, "xcpdaq");
-    EXPECT_EQ(appData.serverName, "192.0.2.10");
-    EXPECT_EQ(appData.serverPort, 700);
-    EXPECT_EQ(appData.a2lFileName, "engine.a2l");
-    EXPECT_EQ(appData.a2lFilePath, "/specs/a2l/");
-    EXPECT_EQ(appData.daqCount, 2);
-    EXPECT_EQ(appData.daqList[0].daqName + appData.daqList[0].daqResource +
-                  appData.daqList[0].triggerName,
-              "fast10msDAQevent10ms");
-    EXPECT_EQ(appData.daqList[2].daqResource, "STIM");
-    EXPECT_EQ(appData.daqList[1].daqName, "");
-    ASSERT_EQ(api_xcp_daq::getNumOfHVars(0), 2);
-    EXPECT_STREQ(api_xcp_daq::getHalVarVecPtr(0, 0)->varTag, "tagA");
-    EXPECT_STREQ(api_xcp_daq::getHalVarVecPtr(0, 0)->varName, "engSpeed");
-    EXPECT_EQ(api_xcp_daq::getHalVarVecPtr(0, 0)->varOption, 2);
-    EXPECT_EQ(name(0, 1), "hostCoolant");
-    EXPECT_EQ(api_xcp_daq::getHalVarVecPtr(0, 1)->varOption, 4);
-    EXPECT_EQ(messages(2), "");
+// What the record holds, as one line; of the lists, those that anything was read for.
+std::string record() {
+    std::string text = appData.registeredName + " " + appData.serverName + ":" +
+                       std::to_string(appData.serverPort) + " " + appData.a2lFilePath +
+                       appData.a2lFileName + " " + std::to_string(appData.daqCount);
+    for (const xcpDAQList& list : appData.daqList) {
+        if (list.daqName.empty() && list.halVarList.empty())
+            continue;
+        text += " | " + std::to_string(list.listNumber) + " " + list.daqName + " " +
+                list.daqResource + " " + list.triggerName;
+        EXPECT_EQ(list.measurementAttrs.nameList.size(), list.halVarList.size());
+        for (const halVarInfo& line : list.halVarList)
+            text += std::string(", ") + line.varName + " " + line.varTag + " " +
+                    std::to_string(line.varOption);
+    }
+    return text;
 }
 
+struct Reading {
+    const char* name;
+    Sections changed; // a section without lines is missing
+    std::string record;
+    std::string log;
+    bool result = true;
+};
+
+std::string measurements(int count) {
+    return " Found Measurements: " + std::to_string(count) + "\n";
+}
+const std::string usual = "xcpdaq 192.0.2.10:700 /specs/a2l/engine.a2l ";
+const std::string behind_name = " 192.0.2.10:700 /specs/a2l/engine.a2l 0";
+
+const Reading readings[] = {
+    {"AllSections",
+     {{"@LIST1",
+       {{1, "fast10ms DAQ event10ms"},
+        {1, "engSpeed tagA -"},
+        {1, "coolantTemp tagB hostCoolant 4"},
+        {1, "$"},
+        {1, "never read -"}}},
+      {"@LIST3", {{1, "stim STIM event1 ignored"}, {1, "$"}}},
+      {"@LIST5", {{1, "five DAQ event"}}}},
+     usual +
+         "2 | 1 fast10ms DAQ event10ms, engSpeed tagA 2, hostCoolant tagB 4 | 3 stim STIM event1",
+     measurements(2)},
+    {"ARegistrationNameAtTheEndOfTheFile",
+     {{"@REG_NAME", {{0, "late"}}}},
+     behind_name,
+     measurements(0)},
+    {"NoRegistrationName", {{"@REG_NAME", {{1, "$x"}}}}, behind_name, measurements(0)},
+    {"ABlankRegistrationName",
+     {{"@REG_NAME", {{1, "  "}}}},
+     behind_name,
+     "@REG_NAME expected, but found    " + measurements(0)},
+    {"AServerAtTheEndOfTheFile",
+     {{"@XCP_SERVER", {{0, "$host, 12x"}}}},
+     "xcpdaq $host:12 /specs/a2l/engine.a2l 0",
+     measurements(0)},
+    {"ABlankServer",
+     {{"@XCP_SERVER", {{1, "\n"}}}},
+     "xcpdaq :0 /specs/a2l/engine.a2l 0",
+     measurements(0)},
+    {"NoServer",
+     {{"@XCP_SERVER", {}}, {"@LIST1", {{1, "l DAQ t"}, {1, "$"}}}},
+     "xcpdaq :0  0",
+     "@XCP_SERVER expected, but found xcpdaq ",
+     false},
+    {"A2lSectionsThatBeginWithADollar",
+     {{"@A2L_FILE", {{1, "$"}}}, {"@A2L_FILEPATH", {{1, "$"}}}},
+     "xcpdaq 192.0.2.10:700 $ 0",
+     "@A2L_FILEPATH expected found $ " + measurements(0)},
+    {"NoA2lSections",
+     {{"@A2L_FILE", {{0, "last.a2l"}}}, {"@A2L_FILEPATH", {}}},
+     "xcpdaq 192.0.2.10:700  0",
+     "@A2L_FILE expected found last.a2l @A2L_FILEPATH expected found last.a2l " + measurements(0)},
+    {"ShortHeaders",
+     {{"@LIST1", {{1, "short DAQ"}, {1, "m tag -"}, {1, "$"}}}, {"@LIST2", {{0, "x"}}}},
+     usual + "0 | 1   , m tag 2",
+     "Expected at least 3 tokens on received 2 after \n"
+     "Expected at least 3 tokens on received 1 after @LIST1\n" +
+         measurements(1)},
+    {"HeadersThatBeginWithADollar", // a line above zero is split all the same, a last line is not
+     {{"@LIST1", {{1, "$ DAQ trigger"}, {1, "m tag -"}}},
+      {"@LIST2", {{0, "$ DAQ trigger"}, {1, "m tag -"}}}},
+     usual + "1 | 1 $ DAQ trigger",
+     "Expected at least 3 tokens on received 0 after @LIST1\n" + measurements(0)},
+    {"AnUnknownResource",
+     {{"@LIST1", {{1, "l daq t"}, {1, "$"}}}},
+     usual + "1 | 1 l DAQ t",
+     "Incorrect Resource choice: DAQ or STIM? found daq\nDefaulting to DAQ\n" + measurements(0)},
+    {"AMeasurementAtTheEndOfTheFile",
+     {{"@LIST1", {{1, "l DAQ t"}, {1, "one two"}, {0, "m tag -"}, {1, "n tag -"}}}},
+     usual + "1 | 1 l DAQ t, m tag 2",
+     "Expected 3 tokens only received 2\n" + measurements(1)},
+};
+
+class SpecReading : public SpecReader, public testing::WithParamInterface<Reading> {};
+
+TEST_P(SpecReading, FillsTheRecordAndTheLog) {
+    EXPECT_EQ(read(GetParam().changed), GetParam().result);
+    EXPECT_EQ(record(), GetParam().record);
+    EXPECT_EQ(messages(), GetParam().log);
+    EXPECT_EQ(Registered_name, appData.registeredName);
+}
+
+INSTANTIATE_TEST_SUITE_P(Of, SpecReading, testing::ValuesIn(readings),
+                         [](const auto& reading) { return std::string(reading.param.name); });
+
 TEST_F(SpecReader, ASecondReadAppends) {
-    for (int round = 1; round <= 2; ++round) {
-        section("@REG_NAME", {{1, "xcpdaq"}});
-        section("@XCP_SERVER", {{1, "h 1"}});
-        section("@LIST1", {{1, "l DAQ t"}, {1, "m tag -"}, {1, "$"}});
-        ASSERT_TRUE(read());
-        EXPECT_EQ(appData.daqCount, round);
-        EXPECT_EQ(api_xcp_daq::getNumOfHVars(0), round);
-    }
-    EXPECT_TRUE(log.text().empty() ||
-                messages(1).find("Found Measurements: 1") != std::string::npos);
+    const Sections list = {{"@XCP_SERVER", {{1, "h 1"}}},
+                           {"@LIST1", {{1, "l DAQ t"}, {1, "m tag -"}, {1, "$"}}}};
+    ASSERT_TRUE(read(list) && read(list));
+    EXPECT_EQ(record(), "xcpdaq h:1 /specs/a2l/engine.a2l 2 | 1 l DAQ t, m tag 2, m tag 2");
 }
 
 TEST_F(SpecReader, AFileThatIsNotThereIsTold) {
     EXPECT_FALSE(api_xcp_daq::readSpecs("/nonexistent/x.spec"));
-    appData.logFile.flush();
-    EXPECT_EQ(log.text(), "couldn't open spec_file -/nonexistent/x.spec");
-}
-
-TEST_F(SpecReader, TheRegistrationNamesLineCountsOnlyAboveZero) {
-    section("@REG_NAME", {{0, "late"}});
-    EXPECT_TRUE(read());
-    section("@REG_NAME", {{1, "$x"}});
-    section("@XCP_SERVER", {{1, "h 1"}});
-    EXPECT_TRUE(read());
-    EXPECT_EQ(appData.registeredName, "");
-}
-
-TEST_F(SpecReader, ABlankRegistrationNameIsTold) {
-    section("@REG_NAME", {{1, "  "}});
-    EXPECT_TRUE(read());
-    EXPECT_EQ(messages(), "@REG_NAME expected, but found    ");
-}
-
-TEST_F(SpecReader, TheServersLineCountsFromZeroUp) {
-    section("@XCP_SERVER", {{0, "$host, 12x"}});
-    EXPECT_TRUE(read());
-    EXPECT_EQ(appData.serverName, "$host");
-    EXPECT_EQ(appData.serverPort, 12);
-    section("@XCP_SERVER", {{1, "\n"}});
-    EXPECT_TRUE(read());
-    EXPECT_EQ(appData.serverName, "");
-    EXPECT_EQ(appData.serverPort, 0);
-}
-
-TEST_F(SpecReader, WithoutAServerTheReadEnds) {
-    host().sections.erase("@XCP_SERVER");
-    section("@LIST1", {{1, "l DAQ t"}, {1, "$"}});
-    EXPECT_FALSE(read());
-    appData.logFile.flush();
-    EXPECT_EQ(log.text(), "@XCP_SERVER expected, but found xcpdaq ");
-    EXPECT_EQ(appData.registeredName, "xcpdaq");
-    EXPECT_EQ(appData.daqCount, 0);
-}
-
-TEST_F(SpecReader, TheA2lLinesDifferInWhatTheyAccept) {
-    section("@A2L_FILE", {{1, "$"}});
-    section("@A2L_FILEPATH", {{1, "$"}});
-    EXPECT_TRUE(read());
-    EXPECT_EQ(appData.a2lFileName, "$");
-    EXPECT_EQ(appData.a2lFilePath, "");
-    EXPECT_EQ(messages(), "@A2L_FILEPATH expected found $ ");
-}
-
-TEST_F(SpecReader, MissingA2lSectionsRunTogetherInTheLog) {
-    section("@A2L_FILE", {{0, "last.a2l"}});
-    host().sections.erase("@A2L_FILEPATH");
-    EXPECT_TRUE(read());
-    EXPECT_EQ(appData.a2lFileName, "");
-    EXPECT_EQ(messages(),
-              "@A2L_FILE expected found last.a2l @A2L_FILEPATH expected found last.a2l ");
-}
-
-TEST_F(SpecReader, AShortHeaderIsToldAndItsMeasurementsStillCount) {
-    section("@LIST1", {{1, "short DAQ"}, {1, "m tag -"}, {1, "$"}});
-    section("@LIST2", {{0, "x"}, {-1, ""}});
-    EXPECT_TRUE(read());
-    EXPECT_EQ(appData.daqCount, 0);
-    EXPECT_EQ(appData.daqList[0].daqName, "");
-    EXPECT_EQ(name(0, 0), "m");
-    EXPECT_EQ(messages(1), "Expected at least 3 tokens on received 2 after \n"
-                           "Expected at least 3 tokens on received 1 after @LIST1\n");
-}
-
-TEST_F(SpecReader, AHeaderThatBeginsWithADollarHasNoMeasurements) {
-    section("@LIST1", {{1, "$ DAQ trigger"}, {1, "m tag -"}});
-    section("@LIST2", {{0, "$ DAQ trigger"}, {1, "m tag -"}});
-    EXPECT_TRUE(read());
-    EXPECT_EQ(appData.daqList[0].daqName, "$") << "a line above zero is split all the same";
-    EXPECT_EQ(appData.daqList[1].daqName, "") << "a last line is not";
-    EXPECT_EQ(appData.daqCount, 1);
-    EXPECT_EQ(messages(), "Expected at least 3 tokens on received 0 after @LIST1\n");
-}
-
-TEST_F(SpecReader, AnUnknownResourceBecomesDaq) {
-    section("@LIST1", {{1, "l daq t"}, {1, "$"}});
-    EXPECT_TRUE(read());
-    EXPECT_EQ(appData.daqList[0].daqResource, "DAQ");
-    EXPECT_EQ(messages(), "Incorrect Resource choice: DAQ or STIM? found daq\nDefaulting to DAQ\n");
-}
-
-TEST_F(SpecReader, ALastLineWithoutALineEndIsTheListsLast) {
-    section("@LIST1", {{1, "l DAQ t"}, {1, "one two"}, {0, "m tag -"}, {1, "n tag -"}});
-    EXPECT_TRUE(read());
-    EXPECT_EQ(api_xcp_daq::getNumOfHVars(0), 1);
-    EXPECT_EQ(messages(1), "Expected 3 tokens only received 2\n");
+    EXPECT_EQ(messages(), "couldn't open spec_file -/nonexistent/x.spec");
 }
 
 TEST_F(SpecReader, LongWordsAreCut) {
     const std::string word(300, 'w');
-    section("@REG_NAME", {{1, word}});
-    section("@A2L_FILE", {{1, word}});
-    section("@LIST1", {{1, "l DAQ t"}, {1, word + " " + word + " -"}, {1, "$"}});
-    EXPECT_TRUE(read());
+    EXPECT_TRUE(read({{"@REG_NAME", {{1, word}}},
+                      {"@A2L_FILE", {{1, word}}},
+                      {"@LIST1", {{1, "l DAQ t"}, {1, word + " " + word + " -"}, {1, "$"}}}}));
     EXPECT_EQ(appData.registeredName, word.substr(0, 49));
     EXPECT_EQ(appData.a2lFileName, word.substr(0, 255));
     const halVarInfo* line = api_xcp_daq::getHalVarVecPtr(0, 0);
     EXPECT_EQ(std::string(line->varTag, 16), word.substr(0, 16));
     EXPECT_EQ(std::string(line->varName, 80), word.substr(0, 80));
-    EXPECT_EQ(name(0, 0), word.substr(0, 80));
+    EXPECT_EQ(appData.daqList[0].measurementAttrs.nameList.at(0), word.substr(0, 80));
 }
 
 TEST_F(SpecReader, NothingIsWrittenWhileLoggingIsOff) {
     appData.logEnabled = false;
-    section("@LIST1", {{1, "l daq t"}, {1, "x"}, {1, "m tag -"}, {1, "$"}});
-    EXPECT_TRUE(read());
+    EXPECT_TRUE(read({{"@LIST1", {{1, "l daq t"}, {1, "x"}, {1, "m tag -"}, {1, "$"}}}}));
     EXPECT_EQ(api_xcp_daq::getNumOfHVars(0), 1);
-    appData.logFile.flush();
-    EXPECT_EQ(log.text(), "");
+    EXPECT_EQ(messages(), "");
 }
 
 TEST_F(SpecReader, SetSpecFileNameStoresBothTextsEvenWhenItFails) {

@@ -10,7 +10,8 @@
 /// - Calling order: xcp_daq_master_init; construct an object; setSpecFileName, readSpecs;
 ///   addMeasurement for every measurement, addComputeMethod for every conversion;
 ///   startWorkerThreads, enableDAQProcessing; then api_xcp_daq_push_frame for every datagram; at
-///   the end disableDAQProcessing, stopWorkerThreads, stoplog, and destruction of the object.
+///   the end disableDAQProcessing and stopWorkerThreads (in this order the frame in hand may be
+///   discarded, in the other it is decoded), stoplog, and destruction of the object.
 /// - Threads: api_xcp_daq_push_frame may be called from any threads at once. Everything else
 ///   belongs to the one thread that configures and controls, except where a comment names the
 ///   worker. The configuration is complete before the worker starts and stays as it is while the
