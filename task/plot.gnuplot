@@ -12,7 +12,7 @@ first = real(time_of(first_line))
 last = real(time_of("tail -n 1"))
 values_in(column) = int(system(sprintf("sed 1d '%s' | cut -d, -f%d | grep -c .", record, column)))
 
-size_x = 900
+size_x = 1000
 size_y = 90 * panels + 60
 if (strstrt(picture, ".png") > 0) {
     set terminal pngcairo size size_x, size_y font "sans,9"
@@ -22,7 +22,7 @@ if (strstrt(picture, ".png") > 0) {
 set output picture
 set datafile separator ","
 
-set multiplot layout panels, 1 margins 0.12, 0.97, 0.06, 0.98 spacing 0, 0.015
+set multiplot layout panels, 1 margins 0.09, 0.83, 0.06, 0.98 spacing 0, 0.015
 set grid
 set ytics font ",8"
 set format x ""
@@ -41,7 +41,7 @@ do for [i = 1:panels] {
         set format x "%g"
         set xlabel "seconds since the first sample" offset 0, 0.7
     }
-    set label 1 name at graph 0.01, 0.85 front noenhanced
+    set label 1 name at graph 1.01, 0.5 noenhanced
     plot record using ($1 - first):(column(i + 1)) every ::1 with points \
         pointtype 7 pointsize (values > 2000 ? 0.15 : 0.5) linecolor i
 }
