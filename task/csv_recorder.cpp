@@ -43,9 +43,10 @@ std::string cell_text(const std::string& name) {
 
 } // namespace
 
-CsvRecorder::CsvRecorder(const std::string& path)
-    : path_(path), file_(open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666)),
-      ring_(ring_size), line_(VariableStore::instance().variables().size()) {
+CsvRecorder::CsvRecorder(const std::string& path, NoRoom noRoom)
+    : path_(path), noRoomDoes_(noRoom),
+      file_(open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666)), ring_(ring_size),
+      line_(VariableStore::instance().variables().size()) {
     if (file_.get() < 0)
         throw FileError(path, std::strerror(errno));
     write_header();
@@ -61,9 +62,12 @@ void CsvRecorder::write_header() {
 
 void CsvRecorder::take(const Variable& variable, double value, const timespec& sampleTime) {
     const std::uint64_t end = appended_.load(std::memory_order_relaxed);
-    if (end - taken_.load(std::memory_order_acquire) == ring_size) {
-        ++noRoom_;
-        return;
+    while (end - taken_.load(std::memory_order_acquire) == ring_size) {
+        if (noRoomDoes_ == NoRoom::loses) {
+            ++lost_;
+            return;
+        }
+        std::this_thread::sleep_for(idle_pause);
     }
     ring_[end % ring_size] = {variable.number(), value, sampleTime};
     appended_.store(end + 1, std::memory_order_release);
@@ -125,9 +129,9 @@ void CsvRecorder::close() {
     std::string losses;
     if (unwritten_ > 0)
         losses = fmt::format("{} lines were not written: {}", unwritten_, diskError_);
-    if (noRoom_ > 0)
+    if (lost_ > 0)
         losses += fmt::format("{}{} values were not written: the disk cannot follow",
-                              losses.empty() ? "" : "; ", noRoom_);
+                              losses.empty() ? "" : "; ", lost_);
     if (!losses.empty())
         throw FileError(path_, losses);
 }

@@ -1,6 +1,6 @@
 #pragma once
 // --record: every value with its sample time, as comma-separated values. A thread of its own writes
-// the file, so that the frame path never waits for a disk.
+// the file, so that the frame path does not wait for a disk while a slave sends.
 //
 // A header line with the variables' names, then a line for each sample time with the values that
 // were written at it and empty cells elsewhere. A value that comes twice at one sample time begins
@@ -19,11 +19,15 @@ namespace task {
 
 class CsvRecorder {
   public:
+    // When the disk does not follow: values are lost, or the worker waits, as it may for a source
+    // that waits too.
+    enum class NoRoom { loses, waits };
+
     // Opens the file and starts the thread; the store's variables stay as they are from here on.
     // Throws halmor_standin::FileError.
-    explicit CsvRecorder(const std::string& path);
+    CsvRecorder(const std::string& path, NoRoom noRoom);
 
-    // Takes one value; the worker's alone. Never waits: what finds no room is counted as lost.
+    // Takes one value; the worker's alone.
     void take(const halmor_standin::Variable& variable, double value, const timespec& sampleTime);
 
     // Writes what is left and ends the thread; after the worker has ended. Throws
@@ -43,7 +47,8 @@ class CsvRecorder {
     void end_line();
     void write_text();
 
-    std::string path_;
+    const std::string path_;
+    const NoRoom noRoomDoes_;
     halmor_standin::FileDescriptor file_;
 
     // Ring between the worker, which appends, and the thread, which takes; each moves its own end.
@@ -51,7 +56,7 @@ class CsvRecorder {
     std::atomic<std::uint64_t> appended_ = 0;
     std::atomic<std::uint64_t> taken_ = 0;
 
-    std::uint64_t noRoom_ = 0; // values without room; the worker's
+    std::uint64_t lost_ = 0; // values without room; the worker's
 
     // The thread's.
     std::vector<std::string> line_; // being put together

@@ -26,6 +26,7 @@
 #include <optional>
 #include <span>
 #include <stdexcept>
+#include <thread>
 #include <vector>
 
 namespace task {
@@ -58,6 +59,11 @@ std::unique_ptr<DatagramSource> make_source(const Options& options) {
     if (options.source == SourceKind::capture)
         return std::make_unique<CaptureSource>(options.capture, server, options.recordedPace);
     return std::make_unique<UdpSource>(listen_endpoint(options, server), server);
+}
+
+// A file can wait, a slave cannot.
+bool comes_from_file(const Options& options) {
+    return options.source == SourceKind::capture || options.source == SourceKind::replay;
 }
 
 void print(const std::string& text) {
@@ -96,7 +102,9 @@ class ValueObserver : public halmor_standin::WriteObserver {
   public:
     explicit ValueObserver(const Options& options) {
         if (options.record)
-            recorder_.emplace(*options.record);
+            recorder_.emplace(*options.record, comes_from_file(options)
+                                                   ? CsvRecorder::NoRoom::waits
+                                                   : CsvRecorder::NoRoom::loses);
         halmor_standin::VariableStore::observe(this);
     }
     ~ValueObserver() override { halmor_standin::VariableStore::observe(nullptr); }
@@ -154,10 +162,19 @@ class Run {
   private:
     // On the source's thread.
     void take_datagram(std::span<const std::uint8_t> payload) {
+        if (comes_from_file(options_))
+            wait_for_worker();
         counter_.take(payload.data(), payload.size());
         if (dump_)
             dump_->take(payload);
         api_xcp_daq_push_frame(payload.data(), payload.size());
+    }
+
+    // The frame queue is unbounded, and a file may be larger than the memory.
+    static void wait_for_worker() {
+        constexpr std::size_t frames = 10'000;
+        while (XCPFrameBuffer.size() > frames)
+            std::this_thread::sleep_for(1ms);
     }
 
     RunCounts counts() const {

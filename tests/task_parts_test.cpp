@@ -192,7 +192,7 @@ TEST(CsvRecorder, NeverWaitsForADiskThatCannotFollow) {
     std::filesystem::remove(place.path());
     ASSERT_EQ(mkfifo(place.path().c_str(), 0600), 0);
     const int reader = open(place.path().c_str(), O_RDONLY | O_NONBLOCK);
-    task::CsvRecorder recorder(place.path());
+    task::CsvRecorder recorder(place.path(), task::CsvRecorder::NoRoom::loses);
     constexpr int values = 3'000'000; // more than the recorder's buffer holds
     for (int i = 0; i < values; ++i)
         recorder.take(variable, 0.5, {i, 7});

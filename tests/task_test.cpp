@@ -326,6 +326,29 @@ TEST(TaskFiles, ARecordHoldsEveryValueOnce) {
     }
 }
 
+TEST(TaskFiles, ACaptureWaitsForTheRecorder) {
+    constexpr std::size_t header = 24;
+    std::ifstream excerpt(data + "/slave_excerpt.pcap", std::ios::binary);
+    const std::string once{std::istreambuf_iterator<char>(excerpt), {}};
+    std::string often = once;
+    for (int i = 1; i < 100; ++i) // 2 million values, twice what the recorder holds
+        often += once.substr(header);
+    const TemporaryFile capture(often);
+    const TemporaryFile record;
+    const auto end = run_task({data + "/slave.spec", "--table", data + "/slave.table", "--pcap",
+                               capture.path(), "--pace", "max", "--record", record.path()});
+    EXPECT_EQ(end.status, 0);
+    EXPECT_EQ(end.errors, "");
+    EXPECT_NE(end.output.find("values        2022000\n"), std::string::npos);
+    std::istringstream lines(record.text());
+    std::string line;
+    std::size_t values = 0;
+    for (std::getline(lines, line); std::getline(lines, line);)
+        for (std::size_t comma = 0; (comma = line.find(',', comma)) != std::string::npos;)
+            values += ++comma < line.size() && line[comma] != ',' ? 1 : 0;
+    EXPECT_EQ(values, 2022000U);
+}
+
 TEST(TaskFiles, AFullDiskIsTold) {
     const auto end = run_task({examples + "/engine.spec", "--table", examples + "/engine.table",
                                "--simulate", "--seconds", "0.2", "--record", "/dev/full"});
