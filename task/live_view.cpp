@@ -77,8 +77,8 @@ std::vector<std::string> LiveTable::lines(std::size_t width, std::size_t height,
     std::vector<std::string> lines = {
         fmt::format("{:.1f} s  {} datagrams  {} DAQ packets  {} values", counts.seconds,
                     m.datagrams, m.daqPackets, counts.values),
-        fmt::format("lost: {} messages missing  {} kernel drops   queue: {} waiting", m.missing,
-                    counts.losses.kernelDrops, counts.waiting),
+        fmt::format("lost: {} messages missing  {} kernel drops   queue: {} waiting{}", m.missing,
+                    counts.losses.kernelDrops, counts.waiting, foreign_text(counts)),
         fmt::format(row_format, "variable", names, "value", "sample time (s)", "updates", ""),
     };
     const std::size_t room = height > lines.size() + 1 ? height - lines.size() - 1 : 0;

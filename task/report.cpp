@@ -48,13 +48,18 @@ std::size_t unbound_entries() {
 
 } // namespace
 
+std::string foreign_text(const RunCounts& counts) {
+    const std::uint64_t foreign = counts.losses.foreign;
+    return foreign == 0 ? "" : fmt::format("  {} datagrams from elsewhere not taken", foreign);
+}
+
 std::string progress_line(const RunCounts& now, const RunCounts& before) {
     const double interval = std::max(now.seconds - before.seconds, 1e-3);
     return fmt::format("{:5.1f} s  {} datagrams  {} DAQ packets  {} values  {:.0f} values/s  "
-                       "{} CTR gaps  {} kernel drops  {} waiting\n",
+                       "{} CTR gaps  {} kernel drops  {} waiting{}\n",
                        now.seconds, now.messages.datagrams, now.messages.daqPackets, now.values,
                        static_cast<double>(now.values - before.values) / interval,
-                       now.messages.gaps, now.losses.kernelDrops, now.waiting);
+                       now.messages.gaps, now.losses.kernelDrops, now.waiting, foreign_text(now));
 }
 
 std::string variable_table() {

@@ -19,6 +19,10 @@ struct RunCounts {
     double seconds = 0.0;     // since the start
 };
 
+// What was refused, once there is something: a slave at another address is the first thing to look
+// for when nothing comes.
+std::string foreign_text(const RunCounts& counts);
+
 // `before` is what the previous line showed.
 std::string progress_line(const RunCounts& now, const RunCounts& before);
 

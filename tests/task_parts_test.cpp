@@ -174,7 +174,9 @@ TEST(LiveTable, ShowsWhatFitsAndWhatHappened) {
         << lines[3] << ": 100 updates a second until half a second ago";
     EXPECT_NE(lines[4].find("never came"), std::string::npos);
     EXPECT_EQ(lines[8], "... and 16 more");
+    counts.losses.foreign = 3;
     const auto all = table.lines(80, 30, counts);
+    EXPECT_NE(all[1].find("3 datagrams from"), std::string::npos) << all[1];
     EXPECT_EQ(all.size(), 3U + 21U);
     EXPECT_TRUE(all[3].ends_with("█")) << all[3] << ": 80 columns hold a row";
     EXPECT_TRUE(all[23].starts_with("Öldruck_hinter_de~  ")) << all[23];
