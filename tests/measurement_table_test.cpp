@@ -150,6 +150,7 @@ TEST_F(MeasurementTable, ComputeMethodReplacesTheConversionOfItsListsEntryOnly) 
 
 TEST_F(MeasurementTable, ListsOutsideZeroToThreeAreRefusedWithoutATrace) {
     open_logs();
+    EXPECT_THROW(api_xcp_daq::getHalVarVecPtr(2, 0), std::out_of_range);
     for (const int list :
          {-1, 4, std::numeric_limits<int>::max(), std::numeric_limits<int>::min()}) {
         api_xcp_daq::addMeasurement("m", list, 0, 0, 2, 0);
@@ -158,15 +159,6 @@ TEST_F(MeasurementTable, ListsOutsideZeroToThreeAreRefusedWithoutATrace) {
         EXPECT_THROW(api_xcp_daq::getHalVarVecPtr(list, 0), std::out_of_range);
     }
     EXPECT_EQ(measurements.text(), "");
-}
-
-TEST_F(MeasurementTable, HandsOutTheListsMeasurementLines) {
-    appData.daqList[2].halVarList.resize(2);
-    appData.daqList[2].halVarList[1].varOption = 6;
-    EXPECT_EQ(api_xcp_daq::getNumOfHVars(2), 2);
-    EXPECT_EQ(api_xcp_daq::getHalVarVecPtr(2, 1)->varOption, 6);
-    EXPECT_THROW(api_xcp_daq::getHalVarVecPtr(2, 2), std::out_of_range);
-    EXPECT_THROW(api_xcp_daq::getHalVarVecPtr(2, -1), std::out_of_range);
 }
 
 } // namespace
