@@ -22,10 +22,9 @@ using halmor_standin::VariableStore;
 
 namespace {
 
-constexpr std::size_t ring_size = std::size_t{1}
-                                  << 20; // values; a second or more at the link's rate
+constexpr std::size_t ring_size = 1'048'576; // values; a second or more at the link's rate
 constexpr std::chrono::milliseconds idle_pause{5};
-constexpr std::size_t text_size = std::size_t{1} << 16; // bytes; what is written at once
+constexpr std::size_t text_size = 65'536; // bytes; what is written at once
 
 bool same_time(const timespec& a, const timespec& b) {
     return a.tv_sec == b.tv_sec && a.tv_nsec == b.tv_nsec;

@@ -11,7 +11,7 @@ struct SimulatedFaultText {
     const char* meaning;
 };
 
-// All of them; each happens once in datagrams_per_fault datagrams.
+// All of them; each happens once in datagrams_per_fault datagrams, the jump in as many cycles.
 constexpr SimulatedFaultText simulated_faults[] = {
     {"lost", SimulatedFault::lost, "a datagram is lost"},
     {"repeated", SimulatedFault::repeated, "a datagram comes twice"},
