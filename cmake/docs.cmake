@@ -1,5 +1,5 @@
-# Target `docs`: the headers of the library and of the host as HTML, in docs/html of the build
-# folder. A warning is an error, and so is a declaration without a comment.
+# Target `docs`: the headers of the library and of the host, and the documents, as HTML in docs/html
+# of the build folder. A warning is an error, such as a declaration without a comment or a dead link.
 find_package(Doxygen)
 if(DOXYGEN_FOUND)
   set(DOXYGEN_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/docs)
@@ -14,7 +14,9 @@ if(DOXYGEN_FOUND)
   set(DOXYGEN_EXCLUDE_SYMBOLS "std::*")
   set(DOXYGEN_WARN_AS_ERROR FAIL_ON_WARNINGS)
   set(DOXYGEN_QUIET YES)
+  set(DOXYGEN_USE_MDFILE_AS_MAINPAGE docs/writing-a-task.md)
   doxygen_add_docs(docs
-    ${public_headers}
-    COMMENT "Public headers")
+    ${public_headers} docs/writing-a-task.md docs/formats.md docs/architecture.md
+    docs/messages.md docs/performance.md
+    COMMENT "Public headers and documents")
 endif()
