@@ -37,6 +37,14 @@ std::vector<std::string> variables_updated(std::uint64_t times) {
     return names;
 }
 
+// The first few; the table shows the others.
+std::string first_names(const std::vector<std::string>& names) {
+    constexpr std::size_t shown = 8;
+    const auto end = names.begin() + static_cast<std::ptrdiff_t>(std::min(names.size(), shown));
+    const std::string text = fmt::format("{}", fmt::join(names.begin(), end, ", "));
+    return names.size() <= shown ? text : fmt::format("{} and {} more", text, names.size() - shown);
+}
+
 std::size_t unbound_entries() {
     std::size_t count = 0;
     for (const xcpDAQList& list : appData.daqList)
@@ -132,7 +140,7 @@ std::string trust_text(const RunCounts& counts, const SampleTimeWatch& watch) {
     for (const auto& [updates, text] :
          {std::pair(0U, "never updated:"), {1U, "updated only once:"}})
         if (const auto names = variables_updated(updates); !names.empty())
-            doubts.push_back(fmt::format("{} {}", text, fmt::join(names, ", ")));
+            doubts.push_back(fmt::format("{} {}", text, first_names(names)));
     if (doubts.empty())
         return "trust         yes: nothing was lost, every variable came, the sample time ran on\n";
     return fmt::format("trust         no:\n  {}\n", fmt::join(doubts, "\n  "));

@@ -91,6 +91,10 @@ TEST(Task, AValueThatDoesNotArriveIsToldByTheStatus) {
         std::regex_match(end.errors, std::regex("xcp_daq_task: engSpeed: 0 of \\d+ values arrived\n"
                                                 "xcp_daq_task: knock: 0 of \\d+ values arrived\n")))
         << end.errors;
+    EXPECT_NE(end.output.find("never updated: engSpeed, torque, crankCount, knock, hostCoolant, "
+                              "gear, fuelUsed, battery and 1 more\n"),
+              std::string::npos)
+        << end.output;
 }
 
 TEST(Task, SaysWhatWentWrongAndStrictMinds) {
