@@ -108,6 +108,16 @@ TEST_F(Decoder, AGapEndsThePacketInSilence) {
     EXPECT_EQ(values().size(), 1U);
 }
 
+// Watched by the address sanitizer.
+TEST_F(Decoder, NegativeSizesLeadNowhereOutsideThePacket) {
+    add_plain("a", 0, 0, 0, -1, MODE_TIMESTAMP); // 5 bytes would be its stamped length
+    add_plain("b", 0, 1, 0, -5);
+    add_plain("c", 0, 1, 1, 4); // at byte -3
+    EXPECT_EQ(output_of({0, 0, 1, 2, 3}), " Invalid odt entry size -1\n");
+    EXPECT_EQ(output_of({1, 0, 1, 2, 3}), " Invalid odt entry size -5\n");
+    EXPECT_TRUE(values().empty());
+}
+
 // ---- byte order ----
 
 std::pair<int, Bytes> swapped(int size, int byteOrder) {
