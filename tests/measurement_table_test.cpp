@@ -150,7 +150,8 @@ TEST_F(MeasurementTable, ComputeMethodReplacesTheConversionOfItsListsEntryOnly) 
 
 TEST_F(MeasurementTable, ListsOutsideZeroToThreeAreRefusedWithoutATrace) {
     open_logs();
-    EXPECT_THROW(api_xcp_daq::getHalVarVecPtr(2, 0), std::out_of_range);
+    for (const int index : {0, -1})
+        EXPECT_THROW(api_xcp_daq::getHalVarVecPtr(2, index), std::out_of_range);
     for (const int list :
          {-1, 4, std::numeric_limits<int>::max(), std::numeric_limits<int>::min()}) {
         api_xcp_daq::addMeasurement("m", list, 0, 0, 2, 0);

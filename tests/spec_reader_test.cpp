@@ -45,14 +45,18 @@ std::string record() {
                        std::to_string(appData.serverPort) + " " + appData.a2lFilePath +
                        appData.a2lFileName + " " + std::to_string(appData.daqCount);
     for (const xcpDAQList& list : appData.daqList) {
-        if (list.daqName.empty() && list.halVarList.empty())
+        const int number = static_cast<int>(list.listNumber) - 1;
+        const auto& names = list.measurementAttrs.nameList;
+        if (list.daqName.empty() && names.empty())
             continue;
         text += " | " + std::to_string(list.listNumber) + " " + list.daqName + " " +
                 list.daqResource + " " + list.triggerName;
-        EXPECT_EQ(list.measurementAttrs.nameList.size(), list.halVarList.size());
-        for (const halVarInfo& line : list.halVarList)
-            text += std::string(", ") + line.varName + " " + line.varTag + " " +
-                    std::to_string(line.varOption);
+        EXPECT_EQ(api_xcp_daq::getNumOfHVars(number), static_cast<int>(names.size()));
+        for (std::size_t i = 0; i < names.size(); ++i) {
+            const halVarInfo& line = *api_xcp_daq::getHalVarVecPtr(number, static_cast<int>(i));
+            EXPECT_EQ(names[i], line.varName);
+            text += ", " + names[i] + " " + line.varTag + " " + std::to_string(line.varOption);
+        }
     }
     return text;
 }
