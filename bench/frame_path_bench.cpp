@@ -1,6 +1,7 @@
-// Ingestion, queue, and the road from a datagram to a value, against the same work written by hand.
+// Ingestion, queue, and the frame path from a datagram to a value, against the same work written by
+// hand.
 
-#include "road.h"
+#include "frame_path.h"
 
 namespace bench {
 
@@ -82,10 +83,10 @@ void add_frame_path() {
     add_queue();
     for (const std::size_t size : packet_sizes) {
         const Datagram datagram = datagram_for(size);
-        const Row row{"road", size_text(size),       "at least 1.0, aim 1.3", true,
+        const Row row{"path", size_text(size),       "at least 1.0, aim 1.3", true,
                       true,   link_seconds(datagram)};
-        add(row, "library", road_items(datagram), along<LibraryRoad>(size));
-        add(row, "floor", road_items(datagram), along<PlainRoad>(size));
+        add(row, "library", path_items(datagram), along<LibraryFramePath>(size));
+        add(row, "floor", path_items(datagram), along<PlainFramePath>(size));
     }
 }
 

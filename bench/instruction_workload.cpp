@@ -3,7 +3,7 @@
 //        instruction_workload queue BYTES ROUNDS      one datagram a round, pushed and taken
 // Prints the items (entries or packets) of a round.
 
-#include "road.h"
+#include "frame_path.h"
 
 #include <cstdio>
 #include <cstdlib>

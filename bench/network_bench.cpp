@@ -1,12 +1,10 @@
 // Over UDP on the loopback interface: rate, and latency from the socket to the value.
 
 #include "api_xcp_daq_threads.h"
+#include "frame_path.h"
+#include "host/standin/variable_store.h"
+#include "io/udp_receiver.h"
 #include "ratios.h"
-#include "road.h"
-#include "udp_receiver.h"
-#include "variable_store.h"
-
-#include <sys/socket.h>
 
 #include <algorithm>
 #include <chrono>
@@ -18,39 +16,25 @@ namespace bench {
 
 namespace {
 
-using halmor_standin::FileDescriptor;
-using halmor_standin::UdpEndpoint;
-using halmor_standin::UdpReceiver;
+using io::UdpEndpoint;
+using io::UdpReceiver;
+using io::UdpSocket;
 using Clock = std::chrono::steady_clock;
 
-const UdpEndpoint any_port = halmor_standin::parse_endpoint("127.0.0.1:0");
-
-class Sender {
-  public:
-    UdpEndpoint endpoint() const { return halmor_standin::local_endpoint(socket_.get()); }
-    void connect_to(const UdpEndpoint& receiver) {
-        const sockaddr_in address = to_sockaddr(receiver);
-        if (connect(socket_.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) !=
-            0)
-            throw std::runtime_error("cannot reach the receiver");
-    }
-    void send(const Frame& payload) {
-        if (::send(socket_.get(), payload.data(), payload.size(), 0) < 0)
-            throw std::runtime_error("cannot send");
-    }
-
-  private:
-    FileDescriptor socket_ = bound_udp_socket(any_port);
-};
+const UdpEndpoint any_port = io::parse_endpoint("127.0.0.1:0");
 
 // A sender and a receiver that know each other.
 class Network {
   public:
     explicit Network(UdpReceiver::Callback callback)
-        : receiver(any_port, sender.endpoint(), std::move(callback)) {
-        sender.connect_to(receiver.local());
-    }
-    Sender sender;
+        : receiver(UdpSocket(any_port), sender_.local(), std::move(callback)) {}
+
+    void send(const Frame& payload) const { sender_.send(receiver.local(), payload); }
+
+  private:
+    const UdpSocket sender_{any_port};
+
+  public:
     UdpReceiver receiver;
 };
 
@@ -64,7 +48,7 @@ void send_all(Network& network, const Frame& payload) {
     for (std::uint64_t sent = 0; sent < datagrams; ++sent) {
         while (sent % 64 == 0 && before + sent > network.receiver.counters().datagrams + most_ahead)
             std::this_thread::yield();
-        network.sender.send(payload);
+        network.send(payload);
     }
     while (network.receiver.counters().datagrams < before + datagrams)
         std::this_thread::yield();
@@ -75,9 +59,9 @@ void send_all(Network& network, const Frame& payload) {
 Prepare library_over_udp(std::size_t packetSize) {
     return [packetSize] {
         const Datagram datagram = datagram_for(packetSize);
-        auto road = std::make_shared<LibraryRoad>();
+        auto path = std::make_shared<LibraryFramePath>();
         auto network = std::make_shared<Network>(api_xcp_daq_push_frame);
-        return [road, network, datagram] {
+        return [path, network, datagram] {
             const std::uint64_t before = updates_of_last(0, 0);
             return seconds_of([&] {
                 send_all(*network, datagram.payload);
@@ -102,7 +86,7 @@ Prepare thrown_away(std::size_t packetSize) {
 constexpr std::size_t latency_samples = 500;
 constexpr std::chrono::milliseconds sample_interval{1};
 
-// When the datagram with each number was seen at the end of the road.
+// When the datagram with each number was seen at the end of the frame path.
 class Arrivals : public halmor_standin::WriteObserver {
   public:
     void written(const halmor_standin::Variable&, double, const timespec&) override { note(); }
@@ -123,7 +107,7 @@ double latency(Network& network, const Frame& payload, const Arrivals& arrivals,
     for (std::size_t i = 0; i < latency_samples; ++i) {
         std::this_thread::sleep_for(sample_interval);
         const auto sent = Clock::now();
-        network.sender.send(payload);
+        network.send(payload);
         while (arrivals.count() <= i)
             std::this_thread::sleep_for(std::chrono::microseconds(50));
         seconds.push_back(std::chrono::duration<double>(arrivals.time(i) - sent).count());
@@ -136,7 +120,7 @@ Frame one_value() {
     clear_table();
     add_mixed_odt(0, 0, 1);
     Frame payload;
-    xcp_daq::append_message(payload, 0, packet_for(0, 0));
+    xcp::append_message(payload, 0, packet_for(0, 0));
     return payload;
 }
 
@@ -146,7 +130,7 @@ Prepare library_latency(double quantile) {
             const Frame payload = one_value();
             Arrivals arrivals;
             halmor_standin::VariableStore::observe(&arrivals);
-            LibraryRoad road;
+            LibraryFramePath path;
             Network network(api_xcp_daq_push_frame);
             const double seconds = latency(network, payload, arrivals, quantile);
             halmor_standin::VariableStore::observe(nullptr);
@@ -185,15 +169,17 @@ void add_network() {
     for (const std::size_t size : packet_sizes) {
         const Datagram datagram = datagram_for(size);
         const bool large = size == 240;
-        const Row row{
-            "udp",          size_text(size) + (large ? ", to discarding" : ", to the road's rate"),
-            "at least 0.8", true,
-            true,           link_seconds(datagram)};
+        const Row row{"udp",
+                      size_text(size) + (large ? ", to discarding" : ", to the frame path's rate"),
+                      "at least 0.8",
+                      true,
+                      true,
+                      link_seconds(datagram)};
         add(row, "library", datagrams * datagram.packets, library_over_udp(size));
         if (large)
             add(row, "floor", datagrams * datagram.packets, thrown_away(size));
         else
-            add(row, "floor", road_items(datagram), along<LibraryRoad>(size));
+            add(row, "floor", path_items(datagram), along<LibraryFramePath>(size));
     }
     for (const auto& [title, quantile, reach] : {std::tuple("1 kHz, p50", 0.50, "at most 1.25"),
                                                  std::tuple("1 kHz, p99", 0.99, "reported")}) {

@@ -1,9 +1,9 @@
 #include "workload.h"
 
-#include "byte_order.h"
-#include "value_conversion.h"
-#include "variable_store.h"
-#include "xcp_message.h"
+#include "host/standin/variable_store.h"
+#include "xcp/byte_order.h"
+#include "xcp/message.h"
+#include "xcp_daq/value_conversion.h"
 
 #include <string>
 
@@ -37,9 +37,9 @@ const timespec zero_time{};
 
 template <class Unsigned>
 void write(const odt_table_entry& entry, const std::uint8_t* bytes) {
-    auto raw = xcp_daq::load_little_endian<Unsigned>(bytes);
+    auto raw = xcp::load_little_endian<Unsigned>(bytes);
     if (entry.byteOrder == 0)
-        raw = xcp_daq::reverse_bytes(raw);
+        raw = xcp::reverse_bytes(raw);
     const xcp_daq::Conversion c{entry.factor, entry.offset, entry.lowerLimit, entry.upperLimit};
     if (entry.hostVar->kind == 2)
         set_daq_integer(entry.hostVar, xcp_daq::convert_to_integer(raw, c), &zero_time);
@@ -78,8 +78,8 @@ void add_mixed_odt(int daq, int odt, int entries) {
 }
 
 void add_plain_odt(int daq, int odt, std::size_t bytes) {
-    const int whole = static_cast<int>((bytes - xcp_daq::identification_size) / 4);
-    const int rest = static_cast<int>((bytes - xcp_daq::identification_size) % 4);
+    const int whole = static_cast<int>((bytes - xcp::identification_size) / 4);
+    const int rest = static_cast<int>((bytes - xcp::identification_size) % 4);
     for (int index = 0; index < whole; ++index)
         add_entry(daq, odt, index, 4, false, 1);
     if (rest > 0)
@@ -96,9 +96,9 @@ Frame packet_for(int daq, int odt) {
 
 Datagram datagram_of(const Frame& packet) {
     Datagram datagram{{}, 0};
-    const std::size_t each = xcp_daq::message_header_size + packet.size();
+    const std::size_t each = xcp::message_header_size + packet.size();
     for (; datagram.payload.size() + each <= largest_payload; ++datagram.packets)
-        xcp_daq::append_message(datagram.payload, 0, packet);
+        xcp::append_message(datagram.payload, 0, packet);
     return datagram;
 }
 

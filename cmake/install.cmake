@@ -1,4 +1,4 @@
-# What cmake --install puts where.
+# What cmake --install puts where: the library, the stand-in with what a task on it needs, the task.
 include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
 set(public_headers
@@ -7,10 +7,12 @@ set(public_headers
 set(headers ${CMAKE_INSTALL_INCLUDEDIR}/xcp_daq)
 set(package ${CMAKE_INSTALL_LIBDIR}/cmake/xcp_daq)
 
-install(TARGETS xcp_daq halmor_standin halmor_host EXPORT xcp_daqTargets)
+install(TARGETS xcp_daq halmor_standin halmor_host io EXPORT xcp_daqTargets)
 install(EXPORT xcp_daqTargets NAMESPACE xcp_daq:: DESTINATION ${package})
 install(FILES ${public_headers} DESTINATION ${headers})
-install(DIRECTORY host/standin/ DESTINATION ${headers}/standin FILES_MATCHING PATTERN "*.h")
+install(FILES host/standin/variable_store.h DESTINATION ${headers}/host/standin)
+install(FILES io/udp_receiver.h io/udp_socket.h io/udp_endpoint.h io/file_descriptor.h
+  DESTINATION ${headers}/io)
 
 write_basic_package_version_file(${PROJECT_BINARY_DIR}/xcp_daqConfigVersion.cmake
   COMPATIBILITY SameMajorVersion)
@@ -27,6 +29,6 @@ endforeach()
 if(XCP_DAQ_BUILD_TASK)
   set_target_properties(xcp_daq_task PROPERTIES INSTALL_RPATH "$ORIGIN/../${CMAKE_INSTALL_LIBDIR}")
   install(TARGETS xcp_daq_task)
-  install(FILES task/plot.gnuplot DESTINATION ${CMAKE_INSTALL_DATADIR}/xcp_daq)
+  install(FILES task/output/plot.gnuplot DESTINATION ${CMAKE_INSTALL_DATADIR}/xcp_daq)
   install(FILES docs/xcp_daq_task.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
 endif()

@@ -5,8 +5,8 @@
 #include "api_xcp_daq_threads.h"
 
 // Of the stand-in; on a bench the Halmor runtime has its own transport and variables.
-#include "udp_receiver.h"
-#include "variable_store.h"
+#include "host/standin/variable_store.h"
+#include "io/udp_receiver.h"
 
 #include <chrono>
 #include <cstdio>
@@ -15,6 +15,7 @@
 #include <thread>
 
 using namespace halmor_standin;
+using namespace io;
 
 static int measure(const char* spec, double seconds) {
     // 1. Register, before anything else.
@@ -39,7 +40,7 @@ static int measure(const char* spec, double seconds) {
     daq.startWorkerThreads();
     api_xcp_daq::enableDAQProcessing();
     {
-        UdpReceiver transport(parse_endpoint("127.0.0.1:5556"),
+        UdpReceiver transport(UdpSocket(parse_endpoint("127.0.0.1:5556")),
                               resolve_endpoint(appData.serverName, appData.serverPort),
                               api_xcp_daq_push_frame);
         std::this_thread::sleep_for(std::chrono::duration<double>(seconds));

@@ -2,7 +2,7 @@
 
 #include "api_xcp_daq_threads.h"
 #include "fresh_record.h"
-#include "variable_store.h"
+#include "host/standin/variable_store.h"
 
 #include <fuzzer/FuzzedDataProvider.h>
 

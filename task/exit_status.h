@@ -1,6 +1,8 @@
 #pragma once
 // How a run ended, as the shell sees it, and the error that carries such an end.
 
+#include "enum_table.h"
+
 #include <stdexcept>
 #include <string>
 
@@ -26,13 +28,16 @@ struct ExitStatusText {
 constexpr ExitStatusText exit_statuses[] = {
     {ExitStatus::success, "the run ended as it should"},
     {ExitStatus::options, "wrong options"},
-    {ExitStatus::values_missing, "values did not arrive, or, with --strict, anything was lost"},
+    {ExitStatus::values_missing,
+     "values did not arrive, or, with --strict, the run cannot be trusted"},
     {ExitStatus::file, "a file is missing, wrong, or cannot be read or written"},
     {ExitStatus::network, "the network cannot be used as asked, or failed while receiving"},
-    {ExitStatus::internal, "the task itself failed, for want of memory or threads"},
+    {ExitStatus::internal, "the task itself failed: out of memory or threads"},
     {ExitStatus::registration, "the host refused the registration"},
     {ExitStatus::would_not_decode, "--check found something that would not decode"},
 };
+static_assert(has_row_for_each(exit_statuses, &ExitStatusText::status,
+                               ExitStatus::would_not_decode));
 
 // One line for the user, without the task's name.
 class Failure : public std::runtime_error {

@@ -1,7 +1,7 @@
 #include "logs.h"
 
 #include "api_xcp_daq.h"
-#include "file_error.h"
+#include "io/file_error.h"
 
 #include <cerrno>
 #include <cstring>
@@ -14,7 +14,7 @@ static void open(std::ofstream& file, const std::optional<std::string>& path) {
         return;
     file.open(*path);
     if (!file.is_open())
-        throw halmor_standin::FileError(*path, std::strerror(errno));
+        throw io::FileError(*path, std::strerror(errno));
 }
 
 Logs::Logs(const Options& options) {

@@ -9,7 +9,7 @@ namespace task {
 // destroyed.
 class Logs {
   public:
-    // Throws halmor_standin::FileError.
+    // Throws io::FileError.
     explicit Logs(const Options& options);
     ~Logs();
     Logs(const Logs&) = delete;

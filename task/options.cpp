@@ -35,94 +35,124 @@ std::string faults_help() {
     return help;
 }
 
+// The options with what the command line has in another form.
+class CommandLine {
+  public:
+    CommandLine() {
+        add_files();
+        add_sources();
+        add_outputs();
+        app_.add_option("--name", options_.name, "Name to register under")->capture_default_str();
+        app_.add_flag("--check", options_.check,
+                      "Show the configuration and what of it would not decode, and end");
+        app_.set_version_flag("--version", "xcp_daq_task " XCP_DAQ_VERSION);
+        app_.footer(exit_status_help());
+    }
+
+    // Nothing when the help or the version was asked for, and has been printed.
+    std::optional<Options> parse(int argc, const char* const* argv) {
+        try {
+            app_.parse(argc, argv);
+        } catch (const CLI::CallForHelp&) {
+            std::cout << app_.help();
+            return std::nullopt;
+        } catch (const CLI::CallForVersion& version) {
+            std::cout << version.what() << '\n';
+            return std::nullopt;
+        } catch (const CLI::ParseError& error) {
+            throw Failure(ExitStatus::options, fmt::format("{} (see --help)", error.what()));
+        }
+        take_source();
+        return options_;
+    }
+
+  private:
+    void add_files() {
+        app_.add_option("SPEC", options_.spec, "Spec file: server, DAQ lists and their variables")
+            ->required();
+        app_.add_option("--table", options_.table,
+                        "Measurement table: where each value lies in the packets")
+            ->required();
+        app_.add_option("--variables", options_.variables,
+                        "Variables of the host (default: those that the spec file lists, all "
+                        "real)");
+    }
+
+    void add_sources() {
+        auto* sources = app_.add_option_group("Source of the datagrams");
+        sources->add_option("--listen", options_.listen,
+                            "ADDRESS:PORT to receive on (default: 127.0.0.1 and the server's "
+                            "port)");
+        simulate_ = sources->add_flag("--simulate", simulated_,
+                                      "A simulated slave that sends what the table lays out");
+        capture_ = sources->add_option("--pcap", options_.capture,
+                                       "A capture file of the slave's datagrams");
+        replay_ = sources
+                      ->add_option("--replay", replayFile_,
+                                   "A file of frames (default: the library's file in /specs)")
+                      ->expected(0, 1);
+        sources->require_option(0, 1);
+        app_.add_option("--pace", pace_, "Pace of a capture: as recorded, or as fast as it goes")
+            ->check(CLI::IsMember({"recorded", "max"}))
+            ->capture_default_str()
+            ->needs(capture_);
+        app_.add_option("--faults", faults_, faults_help())
+            ->delimiter(',')
+            ->allow_extra_args(false)
+            ->check(CLI::IsMember(fault_names()))
+            ->needs(simulate_);
+        app_.add_option("--seconds", options_.seconds, "End after so many seconds")
+            ->check(CLI::PositiveNumber);
+    }
+
+    void add_outputs() {
+        app_.add_option("--record", options_.record,
+                        "Write every value with its sample time into this CSV file");
+        app_.add_flag("--quiet", options_.quiet,
+                      "Show nothing while it runs (default: a live table on a terminal, else a "
+                      "line a second)");
+        app_.add_flag("--strict", options_.strict,
+                      "End with status 2 when the run cannot be trusted");
+        app_.add_flag("--dump", options_.dump,
+                      "Write every DAQ packet into a file in /tmp, whose name is printed");
+        app_.add_option("--log", options_.log, "Write the library's diagnostic log into this file");
+        app_.add_option("--measurement-log", options_.measurementLog,
+                        "Write a line per measurement and conversion into this file, which can "
+                        "serve as a measurement table");
+    }
+
+    void take_source() {
+        if (simulated_)
+            options_.source = SourceKind::simulate;
+        if (*capture_)
+            options_.source = SourceKind::capture;
+        if (*replay_)
+            options_.source = SourceKind::replay;
+        if (!replayFile_.empty())
+            options_.replay = replayFile_;
+        options_.recordedPace = pace_ == "recorded";
+        for (const auto& text : simulated_faults)
+            if (std::find(faults_.begin(), faults_.end(), text.name) != faults_.end())
+                options_.faults.insert(text.fault);
+    }
+
+    CLI::App app_{"Receives the DAQ packets of an XCP slave and keeps the latest value of every "
+                  "measurement, with its sample time.",
+                  "xcp_daq_task"};
+    Options options_;
+    CLI::Option* simulate_ = nullptr;
+    CLI::Option* capture_ = nullptr;
+    CLI::Option* replay_ = nullptr;
+    bool simulated_ = false;
+    std::string replayFile_;
+    std::string pace_ = "recorded";
+    std::vector<std::string> faults_;
+};
+
 } // namespace
 
 std::optional<Options> parse_options(int argc, const char* const* argv) {
-    Options options;
-    CLI::App app("Receives the DAQ packets of an XCP slave and keeps the latest value of every "
-                 "measurement, with its sample time.",
-                 "xcp_daq_task");
-    app.add_option("SPEC", options.spec, "Spec file: server, DAQ lists and their variables")
-        ->required();
-    app.add_option("--table", options.table,
-                   "Measurement table: where each value lies in the packets")
-        ->required();
-    app.add_option("--variables", options.variables,
-                   "Variables of the host (default: those that the spec file lists, all real)");
-
-    auto* sources = app.add_option_group("Source of the datagrams");
-    sources->add_option("--listen", options.listen,
-                        "ADDRESS:PORT to receive on (default: 127.0.0.1 and the "
-                        "server's port)");
-    bool simulated = false;
-    auto* simulate = sources->add_flag("--simulate", simulated,
-                                       "A simulated slave that sends what the table lays out");
-    auto* capture =
-        sources->add_option("--pcap", options.capture, "A capture file of the slave's datagrams");
-    std::string replayFile;
-    auto* replay = sources
-                       ->add_option("--replay", replayFile,
-                                    "A file of frames (default: the library's file in /specs)")
-                       ->expected(0, 1);
-    sources->require_option(0, 1);
-    std::string pace = "recorded";
-    app.add_option("--pace", pace, "Pace of a capture: as recorded, or as fast as it goes")
-        ->check(CLI::IsMember({"recorded", "max"}))
-        ->capture_default_str()
-        ->needs(capture);
-    std::vector<std::string> faults;
-    app.add_option("--faults", faults, faults_help())
-        ->delimiter(',')
-        ->allow_extra_args(false)
-        ->check(CLI::IsMember(fault_names()))
-        ->needs(simulate);
-    app.add_option("--seconds", options.seconds, "End after so many seconds")
-        ->check(CLI::PositiveNumber);
-
-    app.add_option("--name", options.name, "Name to register under")->capture_default_str();
-    app.add_option("--priority", options.priority, "Priority to ask the host for")
-        ->check(CLI::Range(1, 19));
-    app.add_option("--log", options.log, "Write the library's diagnostic log into this file");
-    app.add_option("--measurement-log", options.measurementLog,
-                   "Write a line per measurement and conversion into this file, which can serve as "
-                   "a measurement table");
-    app.add_option("--record", options.record,
-                   "Write every value with its sample time into this CSV file");
-    app.add_flag("--quiet", options.quiet,
-                 "Show nothing while it runs (default: a live table on a terminal, else a line a "
-                 "second)");
-    app.add_flag("--strict", options.strict, "End with status 2 when anything was lost");
-    app.add_flag("--dump", options.dump,
-                 "Write every DAQ packet into a file in /tmp, whose name is printed");
-    app.add_flag("--check", options.check,
-                 "Show the configuration and what of it would not decode, and end");
-    app.set_version_flag("--version", "xcp_daq_task " XCP_DAQ_VERSION);
-    app.footer(exit_status_help());
-
-    try {
-        app.parse(argc, argv);
-    } catch (const CLI::CallForHelp&) {
-        std::cout << app.help();
-        return std::nullopt;
-    } catch (const CLI::CallForVersion& version) {
-        std::cout << version.what() << '\n';
-        return std::nullopt;
-    } catch (const CLI::ParseError& error) {
-        throw Failure(ExitStatus::options, fmt::format("{} (see --help)", error.what()));
-    }
-    if (simulated)
-        options.source = SourceKind::simulate;
-    if (*capture)
-        options.source = SourceKind::capture;
-    if (*replay)
-        options.source = SourceKind::replay;
-    for (const auto& text : simulated_faults)
-        if (std::find(faults.begin(), faults.end(), text.name) != faults.end())
-            options.faults.insert(text.fault);
-    if (!replayFile.empty())
-        options.replay = replayFile;
-    options.recordedPace = pace == "recorded";
-    return options;
+    return CommandLine().parse(argc, argv);
 }
 
 } // namespace task

@@ -1,7 +1,7 @@
 #pragma once
 // What the command line asks for.
 
-#include "simulated_fault.h"
+#include "task/sources/simulated_fault.h"
 
 #include <optional>
 #include <set>
@@ -25,13 +25,12 @@ struct Options {
     std::optional<double> seconds;
 
     std::string name = "xcp_daq_task"; // to register under
-    short priority = 0;                // 0 leaves it as it is
     std::optional<std::string> log;
     std::optional<std::string> measurementLog;
     bool dump = false;
     std::optional<std::string> record; // CSV file
     bool quiet = false;                // nothing is shown while it runs
-    bool strict = false;               // any loss is a failure
+    bool strict = false;               // a run that cannot be trusted has failed
     bool check = false;                // the configuration, instead of a run
 };
 

@@ -5,14 +5,20 @@
 
 namespace task {
 
-// From its construction on the two signals no longer end the process, in no thread that is started
-// after it; a lost reader of standard output does not either.
+// One object per process, made before any other thread. The first signal asks the run to end, the
+// second one not to wait for anything on the way, and the third ends the process at once, whatever
+// its threads are doing. A lost reader of standard output no longer ends the process either.
 class TerminationSignals {
   public:
     TerminationSignals();
 
-    // Whether one of the signals came, waiting for it at most so long.
+    // Waits at most so long for a signal that no earlier call has told of; true when one came.
     bool wait(std::chrono::milliseconds longest);
+
+    // Whether nothing is to be waited for any more: after a second signal, or after hurry(), for a
+    // run that has failed. Any thread.
+    bool urgent() const;
+    void hurry();
 };
 
 } // namespace task

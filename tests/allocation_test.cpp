@@ -3,8 +3,8 @@
 
 #include "api_xcp_daq.h"
 #include "api_xcp_daq_threads.h"
+#include "host/standin/variable_store.h"
 #include "table.h"
-#include "variable_store.h"
 
 #include <gtest/gtest.h>
 

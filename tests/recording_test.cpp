@@ -1,24 +1,20 @@
 // Every value of a recorded slave, checked by the rules in data/README.md.
-// Usage: recording_tests [--capture=FILE]; without the option the excerpt in data/.
 
 #include "api_xcp_daq_threads.h"
-#include "capture_source.h"
-#include "configuration.h"
-#include "variable_store.h"
+#include "host/standin/variable_store.h"
+#include "task/configuration/configuration.h"
+#include "task/sources/capture_file.h"
 
 #include <gtest/gtest.h>
 
 #include <functional>
 #include <map>
 #include <optional>
-#include <string_view>
 #include <thread>
 
 using halmor_standin::Variable;
 
 namespace {
-
-std::string capture = XCP_DAQ_TEST_DATA "/slave_excerpt.pcap";
 
 using Rule = std::function<std::uint64_t(std::uint64_t)>;
 using u8 = std::uint8_t;
@@ -75,13 +71,13 @@ std::vector<Write> run() {
     task::configure(daq, options);
     Collector collector;
     halmor_standin::VariableStore::observe(&collector);
-    task::CaptureSource source(capture, task::server_endpoint(options), false);
+    task::CaptureFile capture(XCP_DAQ_TEST_DATA "/slave_excerpt.pcap",
+                              task::server_endpoint(options), false);
     daq.startWorkerThreads();
     api_xcp_daq::enableDAQProcessing();
-    source.start(api_xcp_daq_push_frame);
-    while (!source.ended() || XCPFrameBuffer.size() > 0)
+    capture.deliver_all({}, api_xcp_daq_push_frame);
+    while (XCPFrameBuffer.size() > 0)
         std::this_thread::yield();
-    source.stop();
     daq.stopWorkerThreads();
     return collector.writes;
 }
@@ -159,11 +155,3 @@ TEST(Recording, EveryValueIsWhatTheSlaveSent) {
 }
 
 } // namespace
-
-int main(int argc, char** argv) {
-    testing::InitGoogleTest(&argc, argv);
-    constexpr std::string_view option = "--capture=";
-    if (argc > 1 && std::string_view(argv[1]).starts_with(option))
-        capture = argv[1] + option.size();
-    return RUN_ALL_TESTS();
-}

@@ -3,6 +3,7 @@
 
 #include "api_xcp_daq.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <initializer_list>
 #include <string>
@@ -32,9 +33,12 @@ inline void decode(const Bytes& packet, timespec base = {}) {
 // One XCP message around a packet.
 inline Bytes message(const Bytes& packet, std::uint16_t ctr = 0) {
     const auto length = packet.size();
-    Bytes bytes = {static_cast<std::uint8_t>(length), static_cast<std::uint8_t>(length >> 8),
-                   static_cast<std::uint8_t>(ctr), static_cast<std::uint8_t>(ctr >> 8)};
-    bytes.insert(bytes.end(), packet.begin(), packet.end());
+    Bytes bytes(4 + length);
+    bytes[0] = static_cast<std::uint8_t>(length);
+    bytes[1] = static_cast<std::uint8_t>(length >> 8);
+    bytes[2] = static_cast<std::uint8_t>(ctr);
+    bytes[3] = static_cast<std::uint8_t>(ctr >> 8);
+    std::copy(packet.begin(), packet.end(), bytes.begin() + 4);
     return bytes;
 }
 

@@ -1,224 +1,39 @@
-// The parts of the task that read what users write, and the one that watches CTR.
+// The parts of the task: what reads users' files, what watches packets and times, what shows and
+// records.
 
-#include "capture_source.h"
-#include "csv_recorder.h"
-#include "file_error.h"
-#include "live_view.h"
-#include "measurement_table.h"
-#include "message_counter.h"
-#include "sample_time_watch.h"
-#include "spec_file_check.h"
+#include "host/standin/variables_file.h"
+#include "io/file_error.h"
 #include "table.h"
+#include "task/configuration/integer_conversion.h"
+#include "task/configuration/spec_file.h"
+#include "task/configuration/table_file.h"
+#include "task/output/csv_recorder.h"
+#include "task/output/live_view.h"
+#include "task/output/message_counter.h"
+#include "task/output/packet_watch.h"
+#include "task/output/sample_time_watch.h"
+#include "task/sources/capture_file.h"
 #include "temporary_file.h"
+#include "xcp_daq/value_conversion.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cmath>
 #include <csignal>
-#include <filesystem>
 #include <functional>
+#include <random>
 #include <regex>
-#include <thread>
 
 #include <fcntl.h>
 #include <sys/stat.h>
 
-using halmor_standin::FileError;
+using halmor_standin::Variable;
+using halmor_standin::VariableKind;
+using halmor_standin::VariableStore;
 using table::Bytes;
 
 namespace {
-
-// The cause, behind the file's name; empty when there was none.
-std::string error_in(const std::string& text, const std::function<void(const std::string&)>& read) {
-    const TemporaryFile file(text);
-    try {
-        read(file.path());
-        return "";
-    } catch (const FileError& error) {
-        return std::string(error.what()).substr(file.path().size());
-    }
-}
-
-// ---- measurement table ----
-
-TEST(MeasurementTableFile, ReadsTheLinesOfTheMeasurementLog) {
-    const TemporaryFile file(
-        "# comment\n\nspeed,0,1,2,4,16 # the first\r\n speed , 0,1,0.5000,-2.0000,2,"
-        "0,-1e9,1.8e19\n---------\nnot read\n");
-    const auto lines = task::read_measurement_table(file.path());
-    ASSERT_EQ(lines.size(), 2U);
-    const auto& m = std::get<task::Measurement>(lines[0].call);
-    EXPECT_EQ(std::tuple(m.name, m.daqNum, m.odtNum, m.odtEntryIndex, m.size, m.daqMode),
-              std::tuple("speed", 0, 1, 2, 4, 16));
-    const auto& c = std::get<task::Conversion>(lines[1].call);
-    EXPECT_EQ(std::tuple(c.name, c.daqNum, c.computeInt1, c.factor, c.offset, c.computeInt2,
-                         c.byteOrder, c.lowerLimit, c.upperLimit),
-              std::tuple("speed", 0, 1, 0.5, -2.0, 2, 0, -1e9, 1.8e19));
-}
-
-TEST(MeasurementTableFile, NamesTheFieldThatIsWrong) {
-    const auto error = [](const std::string& text) {
-        return error_in(text, task::read_measurement_table);
-    };
-    EXPECT_EQ(error("a,0,0,0,1\n"),
-              ":1: expected 6 fields (a measurement) or 9 (a conversion), found 5");
-    EXPECT_EQ(error("a,0,0,0,1,0\nb,0,x,0,1,0\n"), ":2: field 3 is no integer: \"x\"");
-    EXPECT_EQ(error("a,0,0,0,1,256\n"), ":1: field 6 is no number from 0 to 255: \"256\"");
-    EXPECT_EQ(error("a,0,0,0,99999999999,0\n"), ":1: field 5 is no integer: \"99999999999\"");
-    EXPECT_EQ(error(",0,0,0,1,0\n"), ":1: no measurement name");
-    EXPECT_EQ(error("a,0,0,0,1,0\na,0,0,1.5x,0,0,0,0,0\n"), ":2: field 4 is no number: \"1.5x\"");
-    EXPECT_EQ(error("a,0,0,0,1,0\na,1,0,1,0,0,0,0,0\n"),
-              ":2: conversion for a, which DAQ list 1 does not have");
-    EXPECT_THROW(task::read_measurement_table("/nonexistent"), FileError);
-    EXPECT_THROW(task::read_measurement_table("/"), FileError);
-}
-
-// ---- spec file ----
-
-TEST(SpecFileCheck, NamesTheLineThatTheLibraryWouldPassOver) {
-    const auto error = [](const std::string& text) {
-        return error_in(text, task::check_spec_file);
-    };
-    const std::string server = "@XCP_SERVER\nhost:1\n$\n";
-    EXPECT_EQ(error(server + "@LIST1\nl DAQ t\na b -\na b c 4 ignored\n$\nanything goes here\n"),
-              "");
-    EXPECT_EQ(error("@REG_NAME\nname\n"), ": no section @XCP_SERVER");
-    EXPECT_EQ(error("@XCP_SERVER\n\n"), ":2: no server");
-    EXPECT_EQ(error(server + "@LIST2\nl DAQ\n$\n"), ":5: a list begins with NAME RESOURCE TRIGGER");
-    EXPECT_EQ(error(server + "@LIST2\nl daq t\n$\n"),
-              ":5: resource must be DAQ or STIM, found daq");
-    EXPECT_EQ(error(server + "@LIST2\nl DAQ t\nspeed -\n$\n"),
-              ":6: expected NAME TAG VARIABLE [OPTION]");
-    EXPECT_EQ(error("@REG_NAME\n" + std::string(50, 'x') + "\n" + server),
-              ":2: registration name longer than 49 characters");
-    EXPECT_THROW(task::check_spec_file("/nonexistent"), FileError);
-}
-
-// ---- CTR ----
-
-task::MessageCounts counted(const std::vector<std::uint16_t>& ctrs) {
-    task::MessageCounter counter;
-    for (const std::uint16_t ctr : ctrs) {
-        const Bytes payload = table::message({0, 0, 1}, ctr);
-        counter.take(payload.data(), payload.size());
-    }
-    return counter.counts();
-}
-
-TEST(MessageCounter, TellsGapsFromRepeats) {
-    const auto losses = [](const std::vector<std::uint16_t>& ctrs) {
-        const auto c = counted(ctrs);
-        return std::tuple(c.gaps, c.missing, c.late, c.repeated);
-    };
-    EXPECT_EQ(losses({65534, 65535, 0, 1}), std::tuple(0U, 0U, 0U, 0U)) << "starts anywhere, wraps";
-    EXPECT_EQ(losses({65535, 2, 3, 5}), std::tuple(2U, 3U, 0U, 0U));
-    EXPECT_EQ(losses({7, 8, 8, 9, 7}), std::tuple(0U, 0U, 0U, 2U));
-    EXPECT_EQ(losses({65534, 1, 0, 2, 65535, 0}), std::tuple(1U, 0U, 2U, 1U)) << "late, then again";
-
-    std::vector<std::uint16_t> twoRounds = {9, 11};
-    for (std::uint32_t ctr = 12; ctr < 0x10000 + 100; ++ctr)
-        twoRounds.push_back(static_cast<std::uint16_t>(ctr));
-    twoRounds.push_back(10);
-    EXPECT_EQ(losses(twoRounds), std::tuple(1U, 1U, 0U, 1U)) << "10 has come in the second round";
-}
-
-TEST(MessageCounter, CountsPacketsByClassAndDatagramsThatAreCutOff) {
-    task::MessageCounter counter;
-    Bytes payload = table::datagram({{0, 0, 1}, {0xFF}, {0xBF, 1}, {}});
-    counter.take(payload.data(), payload.size());
-    payload.push_back(9);
-    counter.take(payload.data(), payload.size());
-    const auto counts = counter.counts();
-    EXPECT_EQ(counts.datagrams, 2U);
-    EXPECT_EQ(counts.messages, 8U);
-    EXPECT_EQ(counts.daqPackets, 4U);
-    EXPECT_EQ(counts.cutOff, 1U);
-    EXPECT_EQ(counts.bytes, 2 * payload.size() - 1);
-}
-
-// ---- sample time ----
-
-TEST(SampleTimeWatch, TellsJumpsOfMoreThanASecond) {
-    const halmor_standin::Variable a("a", halmor_standin::VariableKind::real, "");
-    task::SampleTimeWatch watch;
-    for (const timespec& time : {timespec{0, 0}, {100, 0}, {101, 0}, {102, 1}, {101, 0}, {101, 0}})
-        watch.take(a, time);
-    EXPECT_EQ(watch.jumps(), 2U) << "the first timestamp is none, nor is a second exactly";
-    EXPECT_EQ(watch.first_jumps().at(0).from.tv_sec, 101);
-    EXPECT_EQ(watch.first_jumps().at(0).to.tv_nsec, 1);
-    EXPECT_EQ(watch.first_jumps().at(1).to.tv_sec, 101);
-}
-
-// ---- live table ----
-
-// Characters of a UTF-8 text.
-auto columns(const std::string& text) {
-    return std::count_if(text.begin(), text.end(), [](char c) { return (c & 0xC0) != 0x80; });
-}
-
-TEST(LiveTable, ShowsWhatFitsAndWhatHappened) {
-    auto& store = halmor_standin::VariableStore::instance();
-    for (int i = 0; i < 20; ++i)
-        store.define("variable" + std::to_string(i), halmor_standin::VariableKind::real, "");
-    store.define("Öldruck_hinter_dem_Filter_links", halmor_standin::VariableKind::real, "");
-    task::LiveTable table;
-    task::RunCounts counts;
-    for (counts.seconds = 0.0; counts.seconds < 3.0; counts.seconds += 0.5) {
-        for (int i = 0; i < 50; ++i)
-            store.find("variable0")->write(counts.seconds, {100, 5000000});
-        table.lines(120, 30, counts);
-    }
-    const auto lines = table.lines(120, 9, counts);
-    ASSERT_EQ(lines.size(), 9U);
-    EXPECT_NE(lines[3].find("100.005      50/s  ▁▂▄▅▇█"), std::string::npos)
-        << lines[3] << ": 100 updates a second until half a second ago";
-    EXPECT_NE(lines[4].find("never came"), std::string::npos);
-    EXPECT_EQ(lines[8], "... and 16 more");
-    counts.losses.foreign = 3;
-    const auto all = table.lines(80, 30, counts);
-    EXPECT_NE(all[1].find("3 datagrams from"), std::string::npos) << all[1];
-    EXPECT_EQ(all.size(), 3U + 21U);
-    EXPECT_TRUE(all[3].ends_with("█")) << all[3] << ": 80 columns hold a row";
-    EXPECT_TRUE(all[23].starts_with("Öldruck_hinter_de~  ")) << all[23];
-    for (const std::string& line : table.lines(30, 30, counts))
-        EXPECT_LE(columns(line), 30) << line;
-}
-
-// ---- recording ----
-
-TEST(CsvRecorder, NeverWaitsForADiskThatCannotFollow) {
-    std::signal(SIGPIPE, SIG_IGN);
-    auto& store = halmor_standin::VariableStore::instance();
-    auto& variable = store.define("a,\"b", halmor_standin::VariableKind::real, "");
-    const TemporaryFile place;
-    std::filesystem::remove(place.path());
-    ASSERT_EQ(mkfifo(place.path().c_str(), 0600), 0);
-    const int reader = open(place.path().c_str(), O_RDONLY | O_NONBLOCK);
-    task::CsvRecorder recorder(place.path(), task::CsvRecorder::NoRoom::loses);
-    constexpr int values = 3'000'000; // more than the recorder's buffer holds
-    for (int i = 0; i < values; ++i)
-        recorder.take(variable, 0.5, {i, 7});
-    std::string start(64, '\0');
-    ASSERT_EQ(read(reader, start.data(), start.size()), 64);
-    EXPECT_TRUE(start.starts_with("sample_time,\"a,\"\"b\"\n0.000000007,0.5\n1.000000007,0.5\n"));
-    close(reader);
-    try {
-        recorder.close();
-        FAIL() << "nothing was told";
-    } catch (const FileError& error) {
-        std::smatch count;
-        const std::string text = error.what();
-        ASSERT_TRUE(std::regex_match(text, count,
-                                     std::regex(place.path() +
-                                                ": (\\d+) lines were not written: Broken pipe; "
-                                                "(\\d+) values were not written: the disk cannot "
-                                                "follow")))
-            << text;
-        const int unwritten = std::stoi(count[1]) + std::stoi(count[2]);
-        EXPECT_LT(unwritten, values);
-        EXPECT_GT(unwritten, values - 10'000) << "the pipe holds 64 KiB of lines";
-    }
-}
 
 // ---- captures ----
 
@@ -250,66 +65,380 @@ Bytes ipv4(std::uint8_t payload, std::uint8_t lastAddressByte = 5, std::uint8_t 
             payload,   0xEE}; // padding of the frame
 }
 
-Bytes behind(Bytes linkHeader, const Bytes& packet) {
-    linkHeader.insert(linkHeader.end(), packet.begin(), packet.end());
-    return linkHeader;
+Bytes after(Bytes start, const Bytes& more) {
+    for (const std::uint8_t byte : more)
+        start.push_back(byte);
+    return start;
 }
 
-std::pair<Bytes, std::uint64_t> payloads_and_others(const std::string& capture) {
-    const TemporaryFile file(capture);
-    task::CaptureSource source(file.path(), halmor_standin::parse_endpoint("10.0.0.5:1000"), true);
+// What the slave sent, and how much else there was.
+std::pair<Bytes, std::uint64_t> payloads_in(const std::string& path) {
+    task::CaptureFile capture(path, io::parse_endpoint("10.0.0.5:1000"), true);
     Bytes payloads;
-    source.start([&](const std::uint8_t* data, std::uint64_t length) {
+    capture.deliver_all({}, [&](const std::uint8_t* data, std::uint64_t length) {
         payloads.insert(payloads.end(), data, data + length);
     });
-    while (!source.ended())
-        std::this_thread::yield();
-    source.stop();
-    return {payloads, source.losses().foreign};
+    return {payloads, capture.foreign()};
 }
 
 TEST(Capture, TakesTheSlavesDatagramsFromEveryLinkLayer) {
-    Bytes ethernet(14);
-    ethernet[12] = 0x08;
-    Bytes vlan(18);
-    vlan[12] = 0x81;
+    const auto header = [](std::size_t size, std::size_t at, std::uint8_t type) {
+        Bytes bytes(size);
+        bytes[at] = type;
+        return bytes;
+    };
+    const Bytes ethernet = header(14, 12, 0x08);
+    Bytes vlan = header(18, 12, 0x81);
     vlan[16] = 0x08;
-    Bytes ipv6 = ethernet;
-    ipv6[12] = 0x86;
+    Bytes ipv6 = header(14, 12, 0x86);
     ipv6[13] = 0xDD;
-    EXPECT_EQ(payloads_and_others(capture_of(1, {behind(ethernet, ipv4(1)),
-                                                 behind(ethernet, ipv4(2, 6)),
-                                                 behind(vlan, ipv4(3)),
-                                                 behind(ethernet, ipv4(4, 5, 0x20)),
-                                                 behind(ethernet, ipv4(5, 5, 0, 6)),
-                                                 behind(ipv6, ipv4(6)),
-                                                 {},
-                                                 Bytes(13),
-                                                 Bytes(17),
-                                                 ethernet})),
-              std::pair(Bytes({1, 3}), std::uint64_t{8}));
-    Bytes cooked(16);
-    cooked[14] = 0x08;
-    EXPECT_EQ(payloads_and_others(capture_of(113, {behind(cooked, ipv4(1))})).first, Bytes{1});
-    EXPECT_EQ(payloads_and_others(capture_of(101, {ipv4(1)})).first, Bytes{1});
-    EXPECT_EQ(payloads_and_others(capture_of(0, {behind({2, 0, 0, 0}, ipv4(1))})).first, Bytes{1});
+    const TemporaryFile mixed(capture_of(1, {after(ethernet, ipv4(1)),
+                                             after(ethernet, ipv4(2, 6)),
+                                             after(vlan, ipv4(3)),
+                                             after(ethernet, ipv4(4, 5, 0x20)),
+                                             after(ethernet, ipv4(5, 5, 0, 6)),
+                                             after(ipv6, ipv4(6)),
+                                             {},
+                                             Bytes(13),
+                                             Bytes(17),
+                                             ethernet}));
+    EXPECT_EQ(payloads_in(mixed.path()), std::pair(Bytes({1, 3}), std::uint64_t{8}));
+    for (const auto& [type, link] : {std::pair(113U, header(16, 14, 0x08)),
+                                     {276U, header(20, 0, 0x08)},
+                                     {101U, Bytes()},
+                                     {0U, header(4, 0, 2)}}) {
+        const TemporaryFile file(capture_of(type, {after(link, ipv4(1))}));
+        EXPECT_EQ(payloads_in(file.path()).first, Bytes{1}) << type;
+    }
 }
 
-TEST(Capture, NamesWhatIsWrongWithTheFile) {
-    const auto read = [](const std::string& path) {
-        task::CaptureSource source(path, {}, false);
-        source.start([](const std::uint8_t*, std::uint64_t) {});
-        while (!source.ended())
-            std::this_thread::yield();
-        source.stop();
-        source.check();
+// ---- files that users write ----
+
+// Each reader with what it says of a text, after the file's name; empty when the text is right.
+TEST(TextFiles, NameTheLineThatIsWrong) {
+    using Reader = std::function<void(const std::string&)>;
+    const Reader table = task::read_measurement_table;
+    const Reader variables = halmor_standin::read_variables_file;
+    const Reader spec = [](const std::string& path) {
+        if (const auto file = task::read_spec_file(path); !file.faults.empty())
+            throw file.faults[0];
     };
-    const std::string good = capture_of(101, {ipv4(1)});
-    EXPECT_EQ(error_in(good, read), "");
-    EXPECT_NE(error_in(good.substr(0, good.size() - 1), read), "");
-    EXPECT_NE(error_in("no capture at all, but long enough", read), "");
-    EXPECT_EQ(error_in(capture_of(147, {}), read), ": link type 147 is not supported");
-    EXPECT_THROW(read("/nonexistent"), FileError);
+    const Reader capture = payloads_in;
+    const std::string server = "@XCP_SERVER\nhost:1\n$\n";
+    const std::string raw = capture_of(101, {ipv4(1)});
+    const std::string x50(50, 'x');
+    const struct {
+        const Reader& read;
+        std::string text;
+        std::string error;
+    } cases[] = {
+        {table, "a,0,0,0,1\n",
+         ":1: expected 6 fields (a measurement) or 9 (a conversion), found 5"},
+        {table, "a,0,0,0,1,0\nb,0,x,0,1,0\n", ":2: field 3 is no integer: \"x\""},
+        {table, "a,0,0,0,1,256\n", ":1: field 6 is no number from 0 to 255: \"256\""},
+        {table, "a,0,0,0,99999999999,0\n", ":1: field 5 is no integer: \"99999999999\""},
+        {table, ",0,0,0,1,0\n", ":1: no measurement name"},
+        {table, "a,0,0,0,1,0\na,0,0,1.5x,0,0,0,0,0\n", ":2: field 4 is no number: \"1.5x\""},
+        {table, "a,0,0,0,1,0\na,1,0,1,0,0,0,0,0\n",
+         ":2: conversion for a, which DAQ list 1 does not have"},
+        {variables, "# bench\n\nspeed real   # rpm\r\n\tgear integer gearbox\n", ""},
+        {variables, "a real\nb\n", ":2: expected NAME KIND [TASK], found 1 words"},
+        {variables, "a real b c", ":1: expected NAME KIND [TASK], found 4 words"},
+        {variables, "\na Real", ":2: kind must be integer or real, found Real"},
+        {variables, "a real\nb real\na integer\n", ":3: variable defined twice: a"},
+        {variables, "a real " + x50, ":1: task name longer than 49 characters"},
+        {spec, server + "@LIST1\nl DAQ t\na b -\na b c 4 ignored\n$\nanything goes here\n", ""},
+        {spec, "@REG_NAME\nname\n", ": no section @XCP_SERVER"},
+        {spec, "@XCP_SERVER\n\n", ":2: no server"},
+        {spec, "@XCP_SERVER\n$\n", ":1: no server"},
+        {spec, server + "@A2L_FILE\n$\n", ":4: no A2L file"},
+        {spec, server + "@LIST2\nl DAQ\n$\n", ":5: a list begins with NAME RESOURCE TRIGGER"},
+        {spec, server + "@LIST2\n$\n", ":4: a list begins with NAME RESOURCE TRIGGER"},
+        {spec, server + "@LIST2\nl daq t\n$\n", ":5: resource must be DAQ or STIM, found daq"},
+        {spec, server + "@LIST2\nl DAQ t\na -\n$\n", ":6: expected NAME TAG VARIABLE [OPTION]"},
+        {spec, server + "@LIST2\nl DAQ t\na - -\n@LIST1\nm DAQ t\n$\n",
+         ":7: @LIST1 begins before the $ that ends the list"},
+        {spec, server + server, ":4: @XCP_SERVER is there already, in line 1"},
+        {spec, "@REG_NAME\n" + x50 + "\n$\n" + server,
+         ":2: registration name longer than 49 characters"},
+        {spec, server + "@LIST4\nl DAQ t\n" + x50 + x50 + " - -\n$\n",
+         ":6: variable's name longer than 80 characters"},
+        {spec, server + std::string(1024, '#'), ":4: line longer than 1023 characters"},
+        {spec, server + "@LIST4\r\nl\tDAQ t\r\na\v - -\n$\n", ":6: line with control characters"},
+        {capture, raw, ""},
+        {capture, capture_of(147, {}), ": link type 147 is not supported"},
+        {capture, raw.substr(0, raw.size() - 1), ": truncated dump file; .*"},
+    };
+    for (const auto& c : cases) {
+        const TemporaryFile file(c.text);
+        std::string error;
+        try {
+            c.read(file.path());
+        } catch (const io::FileError& caught) {
+            error = std::string(caught.what()).substr(file.path().size());
+        }
+        if (c.error.ends_with(".*"))
+            error = error.substr(0, c.error.size() - 2) + ".*";
+        EXPECT_EQ(error, c.error) << c.text;
+    }
+    for (const Reader& read : {table, variables, spec, capture})
+        for (const char* path : {"/nonexistent", "/"})
+            EXPECT_THROW(read(path), io::FileError);
+}
+
+TEST(TextFiles, GiveWhatTheyHold) {
+    const TemporaryFile table(
+        "# comment\n\nspeed,0,1,2,4,16 # the first\r\n speed , 0,1,0.5000,-2.0000,2,"
+        "0,-1e9,1.8e19\n---------\nnot read\n");
+    const auto lines = task::read_measurement_table(table.path());
+    ASSERT_EQ(lines.size(), 2U);
+    const auto& m = std::get<task::MeasurementLine>(lines[0].call);
+    EXPECT_EQ(std::tuple(m.name, m.daqNum, m.odtNum, m.odtEntryIndex, m.size, m.daqMode),
+              std::tuple("speed", 0, 1, 2, 4, 16));
+    const auto& c = std::get<task::ConversionLine>(lines[1].call);
+    EXPECT_EQ(std::tuple(c.name, c.daqNum, c.computeInt1, c.factor, c.offset, c.computeInt2,
+                         c.byteOrder, c.lowerLimit, c.upperLimit),
+              std::tuple("speed", 0, 1, 0.5, -2.0, 2, 0, -1e9, 1.8e19));
+
+    const TemporaryFile spec("@LIST3\nslow DAQ e10\na - -\nb - hostB\n$\n@XCP_SERVER\nh\n$\n");
+    const auto lists = task::read_spec_file(spec.path()).lists;
+    ASSERT_EQ(lists.size(), 1U);
+    EXPECT_EQ(std::tuple(lists[0].line, lists[0].daqList, lists[0].name, lists[0].trigger),
+              std::tuple(2U, 2, "slow", "e10"));
+    const auto& listed = lists[0].measurements.at(1);
+    EXPECT_EQ(std::tuple(listed.line, listed.measurement, listed.variable),
+              std::tuple(4U, "b", "hostB"));
+    EXPECT_EQ(lists[0].measurements[0].variable, "a");
+}
+
+// ---- integer conversions ----
+
+// The library's own rules over every raw value are the judge.
+template <class Raw>
+bool is_exact(const task::ConversionLine& c) {
+    const xcp_daq::Conversion rules{c.factor, c.offset, c.lowerLimit, c.upperLimit};
+    for (int raw = 0; raw <= std::numeric_limits<Raw>::max(); ++raw) {
+        const double linear =
+            xcp_daq::check_bounds(raw * c.factor + c.offset, c.upperLimit, c.lowerLimit);
+        if (xcp_daq::convert_to_integer(static_cast<Raw>(raw), rules) != std::trunc(linear))
+            return false;
+    }
+    return true;
+}
+
+TEST(IntegerConversion, IsCalledExactWhenEveryRawValueIs) {
+    std::mt19937 random(7);
+    const double numbers[] = {0, 1, -1, 2, 0.5, -0.25, 0.1, 10, -40, 100, 255, 256, 1000, 65535};
+    const auto number = [&] { return numbers[random() % std::size(numbers)]; };
+    int exact = 0;
+    for (int i = 0; i < 1500; ++i) {
+        const task::ConversionLine c{"m", 0, 0, number(), number(), 0, 0, number() - 100, number()};
+        for (const int size : {1, 2}) {
+            const std::string fault = task::inexact_integer(size, c);
+            exact += fault.empty() ? 1 : 0;
+            if (fault.empty()) {
+                ASSERT_TRUE(size == 1 ? is_exact<std::uint8_t>(c) : is_exact<std::uint16_t>(c))
+                    << size << ": " << c.factor << ' ' << c.offset << ' ' << c.lowerLimit << ' '
+                    << c.upperLimit;
+            }
+        }
+    }
+    EXPECT_GT(exact, 300);
+}
+
+TEST(IntegerConversion, NamesTheRangeThatIsLeft) {
+    const double inf = HUGE_VAL;
+    const struct {
+        int size;
+        double factor, offset, lower, upper;
+        std::string fault;
+    } cases[] = {
+        {1, 1, 0, -100, -50, ""},
+        {1, 2, 0, 0, 1000, "values of raw * factor + offset run from 0 to 510, and 0 to 255 is"},
+        {1, 1, 0, 1e10, 1e10,
+         "limited values run from 10000000000 to 10000000000, and -2147483648"},
+        {1, 1, 0, 50, 40, "the lower limit, 50, lies above the upper one"},
+        {2, 2, 0, 0, 1e6, "values of raw * factor run from 0 to 131070, and 0 to 65535 is"},
+        {2, 1, -1, 0, 100, "values of raw * factor + offset run from -1 to 65534, and 0 to 42949"},
+        {2, 1, 0, -100, -50, "limited values run from -50 to -50, and 0 to 65535 is"},
+        {2, 0.5, 0.5, 0, 100, "raw * factor is cut to a whole number before 0.5 is added"},
+        {4, 1, -5, -100, 100,
+         "values of raw * factor + offset run from -5 to 4294967290, and 0 to"},
+        {4, 1, 0, 0, 4e9, "limited values run from 0 to 4000000000, and -2147483648 to 2147483647"},
+        {4, 0.5, -0.5, 0, 1e9, ""},
+        {8, 1, 0, 0, 9, "values of raw * factor + offset run from 0 to 18446744073709551616, and"},
+        {8, 0.5, 0, -1, 100, "limits run from -1 to 100, and 0 to 18446744073709551615 is"},
+        {8, 0.5, 0, 0, inf, "limits run from 0 to inf, and 0 to 18446744073709551615 is"},
+        {8, 0.5, 0, 0, 3e9, "limited values run from 0 to 3000000000, and 0 to 2147483647 is"},
+        {8, 1e-4, 0, 0, 2e8, ""},
+        {4, std::nan(""), 0, 0, 1, "values of raw * factor + offset run from"},
+    };
+    for (const auto& c : cases) {
+        const std::string fault =
+            task::inexact_integer(c.size, {"m", 0, 0, c.factor, c.offset, 0, 0, c.lower, c.upper});
+        EXPECT_TRUE(c.fault.empty() ? fault.empty() : fault.starts_with(c.fault)) << fault;
+    }
+}
+
+// ---- CTR ----
+
+auto losses_of(const std::vector<std::uint16_t>& ctrs) {
+    task::MessageCounter counter;
+    for (const std::uint16_t ctr : ctrs)
+        counter.take(table::message({0, 0, 1}, ctr));
+    const auto c = counter.counts();
+    return std::tuple(c.gaps, c.missing, c.late, c.repeated);
+}
+
+TEST(MessageCounter, TellsGapsFromRepeats) {
+    EXPECT_EQ(losses_of({65534, 65535, 0, 1}), std::tuple(0U, 0U, 0U, 0U)) << "anywhere, wraps";
+    EXPECT_EQ(losses_of({65535, 2, 3, 5}), std::tuple(2U, 3U, 0U, 0U));
+    EXPECT_EQ(losses_of({7, 8, 8, 9, 7}), std::tuple(0U, 0U, 0U, 2U));
+    EXPECT_EQ(losses_of({65534, 1, 0, 2, 65535, 0}), std::tuple(1U, 0U, 2U, 1U)) << "then again";
+
+    std::vector<std::uint16_t> twoRounds = {9, 11};
+    for (std::uint32_t ctr = 12; ctr < 0x10000 + 100; ++ctr)
+        twoRounds.push_back(static_cast<std::uint16_t>(ctr));
+    twoRounds.push_back(10);
+    EXPECT_EQ(losses_of(twoRounds), std::tuple(1U, 1U, 0U, 1U)) << "10 came in the second round";
+}
+
+TEST(MessageCounter, CountsPacketsByClassAndDatagramsThatAreCutOff) {
+    task::MessageCounter counter;
+    Bytes payload = table::datagram({{0, 0, 1}, {0xFF}, {0xBF, 1}, {}});
+    counter.take(payload);
+    payload.push_back(9);
+    counter.take(payload);
+    const auto c = counter.counts();
+    EXPECT_EQ(std::tuple(c.datagrams, c.messages, c.daqPackets, c.cutOff, c.bytes),
+              std::tuple(2U, 8U, 4U, 1U, 2 * payload.size() - 1));
+}
+
+// ---- packets ----
+
+TEST(PacketWatch, HandsOnTheRestOfADatagramInPiecesAsTheyLie) {
+    const api_xcp_daq object;
+    table::add_plain("a", 1, 0, 0, 1, MODE_TIMESTAMP);
+    table::add_plain("b", 1, 1, 0, 1, MODE_TIMESTAMP);
+    table::add_plain("gap", 1, 2, 1, 1);
+    const auto message = [](const Bytes& packet) { return table::message(packet); };
+    const Bytes stamped = message({0, 1, 9, 9, 9, 9, 7});
+    const Bytes later = message({1, 1, 7});
+    const Bytes service = message({0xFC, 1});
+    const Bytes unknown[] = {message({0, 0, 7}), message({3, 1, 7}), message({2, 1, 7}),
+                             message({0, 4}), message({0})};
+    const struct {
+        std::vector<Bytes> messages;
+        std::vector<Bytes> pieces; // that reach the library
+        std::size_t doubts = 0;
+    } cases[] = {
+        {{stamped, later, service}, {after(after(stamped, later), service)}},
+        {{unknown[0], stamped, unknown[1], unknown[2], later, {9}},
+         {stamped, after(later, {9})},
+         4},
+        {{unknown[3], unknown[4]}, {}, 3},
+        {{stamped, message({0, 1, 7, 8})}, {after(stamped, message({0, 1, 7, 8}))}, 1},
+        {{later}, {later}, 1}, // no timestamp
+    };
+    for (const auto& c : cases) {
+        task::PacketWatch watch;
+        Bytes payload;
+        for (const Bytes& bytes : c.messages)
+            payload = after(payload, bytes);
+        std::vector<Bytes> pieces;
+        watch.take(payload, [&](const std::uint8_t* data, std::uint64_t length) {
+            pieces.emplace_back(data, data + length);
+        });
+        EXPECT_EQ(pieces, c.pieces);
+        EXPECT_EQ(watch.doubts().size(), c.doubts);
+        EXPECT_EQ(watch.misfits(), c.doubts > 0);
+    }
+}
+
+// ---- sample time ----
+
+TEST(SampleTimeWatch, TellsJumpsOfMoreThanASecondAndValuesWithoutATime) {
+    const Variable a("a", VariableKind::real, "");
+    task::SampleTimeWatch watch;
+    for (const timespec& time : {timespec{0, 0}, {100, 0}, {101, 0}, {102, 1}, {101, 0}, {101, 0}})
+        watch.take(a, time);
+    EXPECT_EQ(watch.untimed(), 1U);
+    EXPECT_EQ(watch.jumps(), 2U) << "the first timestamp is none, nor is a second exactly";
+    EXPECT_EQ(watch.first_jumps().at(0).from.tv_sec, 101);
+    EXPECT_EQ(watch.first_jumps().at(0).to.tv_nsec, 1);
+    EXPECT_EQ(watch.first_jumps().at(1).to.tv_sec, 101);
+}
+
+// ---- live table ----
+
+// Characters of a UTF-8 text.
+auto columns(const std::string& text) {
+    return std::count_if(text.begin(), text.end(), [](char c) { return (c & 0xC0) != 0x80; });
+}
+
+TEST(LiveTable, ShowsWhatFitsAndWhatHappened) {
+    auto& store = VariableStore::instance();
+    for (int i = 0; i < 20; ++i)
+        store.define("variable" + std::to_string(i), VariableKind::real, "");
+    store.define("Öldruck_hinter_dem_Filter_links", VariableKind::real, "");
+    task::LiveTable table;
+    task::RunCounts counts;
+    for (counts.seconds = 0.0; counts.seconds < 3.0; counts.seconds += 0.5) {
+        for (int i = 0; i < 50; ++i)
+            store.find("variable0")->write(counts.seconds, {100, 5000000});
+        table.lines(120, 30, counts);
+    }
+    const auto lines = table.lines(120, 9, counts);
+    ASSERT_EQ(lines.size(), 9U);
+    EXPECT_NE(lines[3].find("100.005      50/s  ▁▂▄▅▇█"), std::string::npos)
+        << lines[3] << ": 100 updates a second until half a second ago";
+    EXPECT_NE(lines[4].find("never came"), std::string::npos);
+    EXPECT_EQ(lines[8], "... and 16 more");
+    counts.misfits = true;
+    counts.losses.foreign = 3;
+    const auto all = table.lines(80, 30, counts);
+    EXPECT_NE(all[1].find("waiting  misfit  3 da"), std::string::npos) << all[1];
+    EXPECT_EQ(all.size(), 3U + 21U);
+    EXPECT_TRUE(all[3].ends_with("█")) << all[3] << ": 80 columns hold a row";
+    EXPECT_TRUE(all[23].starts_with("Öldruck_hinter_de~  ")) << all[23];
+    for (const std::string& line : table.lines(30, 30, counts))
+        EXPECT_LE(columns(line), 30) << line;
+}
+
+// ---- recording ----
+
+TEST(CsvRecorder, NeverWaitsForADiskThatCannotFollow) {
+    std::signal(SIGPIPE, SIG_IGN);
+    auto& variable = VariableStore::instance().define("a,\"b", VariableKind::real, "");
+    const TemporaryFile place;
+    std::filesystem::remove(place.path());
+    ASSERT_EQ(mkfifo(place.path().c_str(), 0600), 0);
+    const int reader = open(place.path().c_str(), O_RDONLY | O_NONBLOCK);
+    task::CsvRecorder recorder(place.path(), task::CsvRecorder::NoRoom::loses,
+                               [] { return false; });
+    constexpr int values = 3'000'000; // more than the recorder's buffer holds
+    for (int i = 0; i < values; ++i)
+        recorder.take(variable, 0.5, {i / 2, 7}); // two of each time
+    std::string start(64, '\0');
+    ASSERT_EQ(read(reader, start.data(), start.size()), 64);
+    EXPECT_TRUE(start.starts_with("sample_time,\"a,\"\"b\"\n0.000000007,0.5\n0.000000007,0.5\n"));
+    close(reader);
+    try {
+        recorder.close();
+        FAIL() << "nothing was reported";
+    } catch (const io::FileError& error) {
+        std::smatch count;
+        const std::string text = error.what();
+        ASSERT_TRUE(std::regex_match(text, count,
+                                     std::regex(place.path() +
+                                                ": (\\d+) lines were not written: Broken pipe; "
+                                                "(\\d+) values were not written: the disk cannot "
+                                                "follow")))
+            << text;
+        const int unwritten = std::stoi(count[1]) + std::stoi(count[2]);
+        EXPECT_LT(unwritten, values);
+        EXPECT_GT(unwritten, values - 10'000) << "the pipe holds 64 KiB of lines";
+    }
 }
 
 } // namespace

@@ -21,17 +21,16 @@ std::string rest_of(int file) {
 } // namespace
 
 // Tests run side by side, and each task needs a name of its own.
-static std::vector<std::string> with_name(std::vector<std::string> arguments) {
+static void add_name(Arguments& arguments) {
     static int count = 0;
     if (std::find(arguments.begin(), arguments.end(), "--name") == arguments.end()) {
         arguments.emplace_back("--name");
         arguments.push_back("test_" + std::to_string(getpid()) + "_" + std::to_string(count++));
     }
-    return arguments;
 }
 
-TaskProgram::TaskProgram(const std::vector<std::string>& given) {
-    const std::vector<std::string> arguments = with_name(given);
+TaskProgram::TaskProgram(Arguments arguments) {
+    add_name(arguments);
     int output[2];
     int errors[2];
     if (pipe(output) != 0 || pipe(errors) != 0)

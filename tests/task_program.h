@@ -6,10 +6,12 @@
 
 #include <sys/types.h>
 
+using Arguments = std::vector<std::string>;
+
 // A process whose output can be awaited while it runs. Without --name it gets a name of its own.
 class TaskProgram {
   public:
-    explicit TaskProgram(const std::vector<std::string>& given);
+    explicit TaskProgram(Arguments arguments);
     ~TaskProgram();
     TaskProgram(const TaskProgram&) = delete;
     TaskProgram& operator=(const TaskProgram&) = delete;
@@ -33,6 +35,6 @@ class TaskProgram {
     std::string text_;
 };
 
-inline TaskProgram::End run_task(const std::vector<std::string>& arguments) {
+inline TaskProgram::End run_task(const Arguments& arguments) {
     return TaskProgram(arguments).wait();
 }

@@ -1,9 +1,9 @@
 // The whole task, run as a user runs it.
 
+#include "io/udp_socket.h"
 #include "table.h"
 #include "task_program.h"
 #include "temporary_file.h"
-#include "udp_endpoint.h"
 
 #include <gtest/gtest.h>
 
@@ -12,7 +12,8 @@
 #include <regex>
 #include <sstream>
 
-#include <sys/socket.h>
+#include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 using table::Bytes;
@@ -20,87 +21,93 @@ using table::Bytes;
 namespace {
 
 const std::string data = XCP_DAQ_TEST_DATA;
-const std::string examples = XCP_DAQ_EXAMPLES;
+const std::string spec = XCP_DAQ_EXAMPLES "/engine.spec";
+const std::string engine_table = XCP_DAQ_EXAMPLES "/engine.table";
+const std::string variables = XCP_DAQ_EXAMPLES "/engine.variables";
 
-struct Row {
-    std::string value;
-    std::string sampleTime;
-    std::string updates;
-};
+// A spec file and its table, then what a case adds.
+Arguments with(const std::string& specFile, const std::string& table, const Arguments& more) {
+    Arguments arguments = {specFile, "--table", table};
+    arguments.insert(arguments.end(), more.begin(), more.end());
+    return arguments;
+}
+Arguments engine(const Arguments& more) {
+    return with(spec, engine_table, more);
+}
+Arguments recording(const Arguments& more) {
+    return with(data + "/slave.spec", data + "/slave.table", more);
+}
 
-// The closing table by variable.
-std::map<std::string, Row> table_of(const std::string& output) {
-    std::map<std::string, Row> rows;
-    const std::size_t start = std::min(output.find("variable "), output.size());
-    std::istringstream text(output.substr(start, output.find("datagrams     ") - start));
-    std::string line;
-    for (std::getline(text, line); std::getline(text, line);) {
-        std::istringstream words(line);
-        std::string name;
-        Row row;
-        words >> name >> row.value >> row.sampleTime >> row.updates;
-        if (row.value == "-" || row.sampleTime.find('.') != std::string::npos)
-            rows[name] = row; // and not the line about fillers
-    }
+bool has(const std::string& text, const std::string& pattern) {
+    return std::regex_search(text, std::regex(pattern));
+}
+
+// The closing table: value and updates by variable, sample times apart.
+using Row = std::pair<std::string, std::string>;
+using Rows = std::map<std::string, Row>;
+Rows table_of(const std::string& output) {
+    Rows rows;
+    const std::regex row("\n(\\S+) +(\\S+) +(never|\\d+\\.\\d{9}) +(\\d+)(?=\n)");
+    for (std::sregex_iterator match(output.begin(), output.end(), row), end; match != end; ++match)
+        rows[(*match)[1]] = {(*match)[2], (*match)[4]};
     return rows;
 }
 
-std::string counts_of(const std::string& output) {
-    return output.substr(std::min(output.find("datagrams     "), output.size()));
+std::string line_after(const std::string& text, const std::string& start) {
+    const std::size_t at = text.find(start) + start.size();
+    return text.substr(at, text.find('\n', at) - at);
 }
 
 TEST(Task, ReportsWhatARecordingHolds) {
-    const auto end = run_task({data + "/slave.spec", "--table", data + "/slave.table", "--pcap",
-                               data + "/slave_excerpt.pcap", "--pace", "max"});
+    const auto end =
+        run_task(recording({"--pcap", data + "/slave_excerpt.pcap", "--pace", "max", "--strict"}));
     EXPECT_EQ(end.status, 0);
     EXPECT_EQ(end.errors, "");
     auto rows = table_of(end.output);
-    EXPECT_EQ(rows["f_n"].value + " " + rows["f_n"].updates, "4513 1264");
-    EXPECT_EQ(rows["s_n"].value + " " + rows["s_n"].updates, "450 126");
-    EXPECT_EQ(rows["g_u16"].value, "13556");
-    EXPECT_TRUE(std::regex_match(rows["f_n"].sampleTime, std::regex("\\d{10}\\.\\d{9}")));
-    EXPECT_TRUE(end.output.find("fillers: 5 (entries of the table") != std::string::npos);
-    EXPECT_TRUE(std::regex_match(
-        counts_of(end.output),
-        std::regex("datagrams     27 \\(128928 bytes\\)\nmessages      5310\nDAQ packets   5308\n"
-                   "values        20220\nrate          \\d+ values/s over [0-9.]+ s\n"
-                   "CTR gaps      0 \\(0 messages missing, 0 late, 0 repeated\\)\n"
-                   "kernel drops  0\npriority      22 .*\ntrust         yes: .*\n")))
+    EXPECT_EQ(rows["f_n"], Row("4513", "1264"));
+    EXPECT_EQ(rows["s_n"], Row("450", "126"));
+    EXPECT_EQ(rows["g_u16"].first, "13556");
+    EXPECT_TRUE(has(end.output, "f_n +4513 +\\d{10}\\.\\d{9} "));
+    EXPECT_TRUE(has(end.output,
+                    "\nfillers: 7 \\(entries of the table that no variable takes\\)\n"
+                    "datagrams     27 \\(128928 bytes\\)\nmessages      5310\nDAQ packets   5308\n"
+                    "values        20220\nrate          \\d+ values/s over [0-9.]+ s\n"
+                    "CTR gaps      0 \\(0 messages missing, 0 late, 0 repeated\\)\n"
+                    "kernel drops  0\npriority      22 .*\ntrust         yes: .*\n$"))
         << end.output;
 }
 
 TEST(Task, TellsWhatItDoesWhileItRuns) {
     const auto end =
-        run_task({examples + "/engine.spec", "--table", examples + "/engine.table", "--variables",
-                  examples + "/engine.variables", "--simulate", "--seconds", "2.2"});
+        run_task(engine({"--variables", variables, "--simulate", "--seconds", "1.2", "--strict"}));
     EXPECT_EQ(end.status, 0) << end.errors;
-    EXPECT_TRUE(std::regex_search(
-        end.output, std::regex("  2\\.\\d s  \\d+ datagrams  \\d+ DAQ packets  \\d+ values  "
-                               "\\d+ values/s  0 CTR gaps  0 kernel drops  \\d+ waiting\n")))
+    EXPECT_TRUE(has(end.output, "  1\\.\\d s  \\d+ datagrams  \\d+ DAQ packets  \\d+ values  "
+                                "\\d+ values/s  0 CTR gaps  0 kernel drops  \\d+ waiting\n"))
         << end.output;
     for (const auto& [name, row] : table_of(end.output))
-        EXPECT_NE(row.updates, "0") << name;
+        EXPECT_NE(row.second, "0") << name;
 }
 
-TEST(Task, AValueThatDoesNotArriveIsToldByTheStatus) {
-    const TemporaryFile gap("engSpeed,0,0,0,2,0\nknock,0,0,2,1,0\nthrottle,0,1,0,4,0\n");
+TEST(Task, AValueThatDoesNotArriveIsReportedByTheStatus) {
+    const TemporaryFile gap("engSpeed,0,0,0,2,0\nknock,0,0,2,1,0\nthrottle,0,1,0,4,0\n"
+                            "gear,1,0,0,1,0\ngear,1,0,1,-256,0,1,-256,120\n");
+    const TemporaryFile kinds("engSpeed real\nknock real\nthrottle real\ngear integer\n");
     const auto end = run_task(
-        {examples + "/engine.spec", "--table", gap.path(), "--simulate", "--seconds", "0.2"});
+        with(spec, gap.path(), {"--variables", kinds.path(), "--simulate", "--seconds", "0.2"}));
     EXPECT_EQ(end.status, 2);
-    EXPECT_TRUE(
-        std::regex_match(end.errors, std::regex("xcp_daq_task: engSpeed: 0 of \\d+ values arrived\n"
-                                                "xcp_daq_task: knock: 0 of \\d+ values arrived\n")))
-        << end.errors;
-    EXPECT_NE(end.output.find("never updated: engSpeed, torque, crankCount, knock, hostCoolant, "
-                              "gear, fuelUsed, battery and 1 more\n"),
-              std::string::npos)
-        << end.output;
+    EXPECT_TRUE(std::regex_match(end.errors,
+                                 std::regex("xcp_daq_task: engSpeed: 0 of \\d+ values arrived\n"
+                                            "xcp_daq_task: gear: \\d+ arrived instead of -\\d+\n"
+                                            "xcp_daq_task: knock: 0 of \\d+ values arrived\n")))
+        << end.errors << "gear's conversion is one that the integer rules do not keep exact";
+    EXPECT_TRUE(has(end.output, "never updated: engSpeed, knock\n")) << end.output;
 }
 
-TEST(Task, SaysWhatWentWrongAndStrictMinds) {
+// ---- trust ----
+
+TEST(TaskTrust, LosesItToEveryFaultOfTheSlave) {
     struct Case {
         std::string faults;
-        int strictStatus;
         std::string counts; // regular expressions
         std::string doubts;
     };
@@ -109,134 +116,157 @@ TEST(Task, SaysWhatWentWrongAndStrictMinds) {
     const std::string twice = "  \\d+ messages came twice\n";
     const std::string jumps = "  the sample time jumped \\d+ times\n(    at engSpeed: .*\n){3}";
     const std::vector<Case> cases = {
-        {"lost", 2, "[1-9]\\d* \\([1-9]\\d* messages missing, 0 late, 0 repeated", lost},
-        {"repeated", 0, "0 \\(0 messages missing, 0 late, [1-9]\\d* repeated", twice},
-        {"late", 0, "[1-9]\\d* \\(0 messages missing, [1-9]\\d* late, 0 repeated", late + jumps},
-        {"jump", 0, "0 \\(0 messages missing, 0 late, 0 repeated", jumps},
-        {"lost,repeated,late,jump", 2, "[1-9].*", lost + late + twice + jumps},
+        {"lost", "[1-9]\\d* \\([1-9]\\d* messages missing, 0 late, 0 repeated", lost},
+        {"repeated", "0 \\(0 messages missing, 0 late, [1-9]\\d* repeated", twice},
+        {"late", "[1-9]\\d* \\(0 messages missing, [1-9]\\d* late, 0 repeated", late + jumps},
+        {"jump", "0 \\(0 messages missing, 0 late, 0 repeated", jumps},
+        {"lost,repeated,late,jump", "[1-9].*", lost + late + twice + jumps},
     };
     for (const Case& c : cases) {
         const auto end =
-            run_task({examples + "/engine.spec", "--table", examples + "/engine.table",
-                      "--simulate", "--faults", c.faults, "--seconds", "0.6", "--strict"});
-        EXPECT_EQ(end.status, c.strictStatus) << c.faults;
+            run_task(engine({"--simulate", "--faults", c.faults, "--seconds", "0.6", "--strict"}));
+        EXPECT_EQ(end.status, 2) << c.faults;
         EXPECT_EQ(end.errors, "") << "what went out has arrived";
-        EXPECT_TRUE(
-            std::regex_search(end.output, std::regex("CTR gaps      " + c.counts)) &&
-            std::regex_search(end.output, std::regex("trust         no:\n" + c.doubts + "$")))
+        EXPECT_TRUE(has(end.output, "CTR gaps      " + c.counts) &&
+                    has(end.output, "trust         no:\n" + c.doubts + "$"))
             << end.output;
     }
 }
 
-TEST(Task, ReceivesFromTheNetworkUntilItIsSignalled) {
-    const auto slave =
-        halmor_standin::bound_udp_socket(halmor_standin::parse_endpoint("127.0.0.1:0"));
-    const auto port = std::to_string(halmor_standin::local_endpoint(slave.get()).port);
-    const TemporaryFile spec("@XCP_SERVER\n127.0.0.1 " + port +
-                             "\n$\n@LIST1\nfast DAQ event\nspeed - -\n$\n");
-    const TemporaryFile table("speed,0,0,0,2,0\nspeed,0,0,1,0,0,1,0,100000\n");
-    TaskProgram task({spec.path(), "--table", table.path(), "--listen", "127.0.0.1:0", "--strict"});
-    ASSERT_TRUE(task.await_output(" on 127.0.0.1:"));
-    ASSERT_TRUE(task.await_output("\n"));
-
-    // The first line tells the port that the system chose.
-    std::smatch match;
-    ASSERT_TRUE(std::regex_search(task.text(), match, std::regex("on (127.0.0.1:\\d+)\n")));
-    const sockaddr_in address = to_sockaddr(halmor_standin::parse_endpoint(match[1]));
-    for (const int n : {1, 2, 4}) {
-        const Bytes payload =
-            table::message({0, 0, static_cast<std::uint8_t>(n), 1}, static_cast<std::uint16_t>(n));
-        sendto(slave.get(), payload.data(), payload.size(), 0,
-               reinterpret_cast<const sockaddr*>(&address), sizeof address);
+// Packets that do not fit the table, from a file of frames.
+TEST(TaskTrust, LosesItToPacketsThatDoNotFitTheTable) {
+    const TemporaryFile list("@XCP_SERVER\nh 1\n$\n@LIST1\nl DAQ t\na - -\n$\n");
+    const TemporaryFile layout("a,0,0,0,4,16\nfiller,0,0,1,1,16\na,0,0,1,0,0,1,0,1e9\n");
+    const std::string stamped = "11 \n0,0,1,0,0,0,7,0,0,0,0\n";
+    const std::string padded = "12 \n0,0,1,0,0,0,7,0,0,0,0,0\n";
+    const std::string cut = "6 \n0,0,7,0,0,0\n";
+    const std::string unstamped = "7 \n0,0,7,0,0,0,0\n";
+    const std::string otherHeader = "8 \n0,aa,0,0,1,2,3,4\n";
+    struct Case {
+        std::string frames;
+        std::string doubts;
+        int status = 2;
+    };
+    const std::vector<Case> cases = {
+        {stamped + stamped, "yes: .*", 0},
+        {"", "no:\n  no DAQ packet came\n  never updated: a"},
+        {padded + padded,
+         "no:\n  DAQ list 0, ODT 0: 2 packets of another length than the table's, the first of 12 "
+         "bytes instead of 7 or, with a timestamp, 11\n  DAQ list 0: no timestamp came\n"
+         "  2 values without a sample time"},
+        {stamped + stamped + cut + padded,
+         "no:\n  DAQ list 0, ODT 0: 2 packets of another length .* the first of 6 bytes .*"},
+        {unstamped + unstamped,
+         "no:\n  DAQ list 0: no timestamp came\n  2 values without a sample time"},
+        {stamped + stamped + otherHeader + otherHeader + "2 \n5,0\n1 \n0\n",
+         "no:\n  4 packets of a DAQ list or ODT that the table does not have, not decoded\n"
+         "    2 of DAQ list 170, ODT 0\n    1 of DAQ list 0, ODT 5\n    1 of a single byte"},
+    };
+    for (const Case& c : cases) {
+        const TemporaryFile frames(c.frames);
+        const auto end =
+            run_task(with(list.path(), layout.path(), {"--replay", frames.path(), "--strict"}));
+        EXPECT_EQ(end.status, c.status) << end.errors;
+        EXPECT_TRUE(has(end.output, "\ntrust         " + c.doubts + "\n$")) << end.output;
+        EXPECT_EQ(end.output.find("daqNum"), std::string::npos) << "the library did not get it";
     }
-    task.signal(SIGTERM);
-    const auto end = task.wait();
-    EXPECT_EQ(end.status, 2) << "a message is missing, and --strict minds";
-    EXPECT_NE(end.output.find("trust         no:\n  packets were lost"), std::string::npos);
-    EXPECT_EQ(table_of(end.output)["speed"].value, "260");
-    EXPECT_EQ(table_of(end.output)["speed"].updates, "3") << "what had arrived counts";
-    EXPECT_NE(end.output.find("CTR gaps      1 (1 messages missing, 0 late, 0 repeated)"),
-              std::string::npos);
 }
 
-// Bad input: one line that names place and cause, and the status.
+TEST(Task, ReceivesFromTheNetworkUntilItIsSignalled) {
+    const io::UdpSocket slave(io::parse_endpoint("127.0.0.1:0"));
+    const TemporaryFile list("@XCP_SERVER\n127.0.0.1 " + std::to_string(slave.local().port) +
+                             "\n$\n@LIST1\nfast DAQ event\nspeed - -\n$\n");
+    const TemporaryFile layout("speed,0,0,0,2,0\nspeed,0,0,1,0,0,1,0,100000\n");
+    TaskProgram task(with(list.path(), layout.path(), {"--listen", "127.0.0.1:0", "--strict"}));
+    ASSERT_TRUE(task.await_output(" on 127.0.0.1:") && task.await_output("\n"));
+
+    // The first line has the port that the system chose.
+    std::smatch match;
+    ASSERT_TRUE(std::regex_search(task.text(), match, std::regex("on (127.0.0.1:\\d+)\n")));
+    const io::UdpEndpoint master = io::parse_endpoint(match[1]);
+    for (const int n : {1, 2, 4})
+        slave.send(master, table::message({0, 0, static_cast<std::uint8_t>(n), 1},
+                                          static_cast<std::uint16_t>(n)));
+    ASSERT_TRUE(task.await_output(" waiting  misfit\n")) << "there is no sample time";
+    task.signal(SIGTERM);
+    const auto end = task.wait();
+    EXPECT_EQ(end.status, 2);
+    EXPECT_TRUE(has(end.output, "trust         no:\n  packets were lost"));
+    EXPECT_EQ(table_of(end.output)["speed"], Row("260", "3")) << "what had arrived counts";
+    EXPECT_TRUE(has(end.output, "CTR gaps      1 \\(1 messages missing, 0 late, 0 repeated\\)"));
+}
+
+// ---- bad input ----
+
 TEST(Task, RefusesBadInputWithOneLine) {
-    const std::string spec = examples + "/engine.spec";
-    const std::string table = examples + "/engine.table";
     const TemporaryFile badSpec("@XCP_SERVER\n127.0.0.1:70000\n$\n");
+    const TemporaryFile emptySpec("@XCP_SERVER\nh 1\n$\n@A2L_FILE\n$\n");
     const TemporaryFile badTable("engSpeed,0,0,0,2,16\nengSpeed,0\n");
-    const auto taken =
-        halmor_standin::bound_udp_socket(halmor_standin::parse_endpoint("127.0.0.1:0"));
-    const std::string inUse = to_text(halmor_standin::local_endpoint(taken.get()));
     const TemporaryFile noCapture("not a capture, whatever its name says");
+    const TemporaryFile badFrames("2 \n0,3\n0 \n\n2 \n0,3\n");
+    const io::UdpSocket taken(io::parse_endpoint("127.0.0.1:0"));
+    const std::string inUse = to_text(taken.local());
+    const std::string atMost = "Requires at most 1 options be given from .*";
     struct Case {
-        std::vector<std::string> arguments;
+        Arguments arguments;
         int status;
         std::string errors; // a regular expression
     };
     const std::vector<Case> cases = {
         {{}, 1, ".*SPEC is required.*"},
         {{spec}, 1, ".*--table is required.*"},
-        {{spec, "--table", table, "--seconds", "-1"}, 1, ".*--seconds.*"},
-        {{spec, "--table", table, "--simulate", "--listen", "127.0.0.1:0"},
-         1,
-         "Requires at most 1 options be given from .*"},
-        {{spec, "--table", table, "--simulate", "--pace", "max"}, 1, ".*--pace requires --pcap.*"},
-        {{spec, "--table", table, "--faults", "lost"}, 1, "--faults requires --simulate.*"},
-        {{spec, "--table", table, "--simulate", "--faults", "lost,cut"},
-         1,
-         "--faults: cut not in .*"},
-        {{spec, "--table", table, "--listen", "nowhere"},
-         1,
-         "--listen: expected ADDRESS:PORT, found nowhere"},
-        {{"/nonexistent.spec", "--table", table},
-         3,
-         "/nonexistent.spec: No such file or directory"},
-        {{badSpec.path(), "--table", table}, 3, ".*@XCP_SERVER: port outside 0 to 65535: 70000"},
-        {{spec, "--table", badTable.path()},
-         3,
+        {engine({"--seconds", "-1"}), 1, ".*--seconds.*"},
+        {engine({"--simulate", "--listen", "127.0.0.1:0"}), 1, atMost},
+        {engine({"--simulate", "--pace", "max"}), 1, ".*--pace requires --pcap.*"},
+        {engine({"--faults", "lost"}), 1, "--faults requires --simulate.*"},
+        {engine({"--simulate", "--faults", "lost,cut"}), 1, "--faults: cut not in .*"},
+        {engine({"--listen", "nowhere"}), 1, "--listen: expected ADDRESS:PORT, found nowhere"},
+        {engine({"--listen", "192.0.2.1:5555"}), 4, "cannot listen on 192.0.2.1:5555: .*"},
+        {engine({"--listen", inUse}), 4, "cannot listen on " + inUse + ": Address already in use"},
+        {with("/nonexistent", engine_table, {}), 3, "/nonexistent: No such file or directory"},
+        {with(badSpec.path(), engine_table, {}), 3,
+         badSpec.path() + ": @XCP_SERVER: port outside 0 to 65535: 70000"},
+        {with(emptySpec.path(), engine_table, {}), 3, emptySpec.path() + ":4: no A2L file"},
+        {with(spec, badTable.path(), {}), 3,
          badTable.path() + ":2: expected 6 fields .a measurement. or 9 .a conversion., found 2"},
-        {{spec, "--table", table, "--pcap", noCapture.path()}, 3, noCapture.path() + ": .*"},
-        {{spec, "--table", table, "--listen", "192.0.2.1:5555"},
-         4,
-         "cannot listen on 192.0.2.1:5555: .*"},
-        {{spec, "--table", table, "--listen", inUse},
-         4,
-         "cannot listen on " + inUse + ": Address already in use"},
+        {engine({"--pcap", noCapture.path()}), 3, noCapture.path() + ": .*"},
+        {engine({"--replay", "/nonexistent"}), 3, "/nonexistent: No such file or directory"},
+        {engine({"--replay", badFrames.path()}), 3,
+         badFrames.path() + ": record 2: no values after the length line"},
+        // What cannot be written.
+        {engine({"--simulate", "--log", "/nonexistent/x"}), 3, "/nonexistent/x: No such .*"},
+        {engine({"--simulate", "--measurement-log", "/"}), 3, "/: Is a directory"},
+        {engine({"--simulate", "--record", "/nonexistent/x"}), 3, "/nonexistent/x: No such .*"},
+        {engine({"--simulate", "--seconds", "0.2", "--record", "/dev/full"}), 3,
+         "/dev/full: \\d+ lines were not written: No space left on device"},
     };
     for (const Case& c : cases) {
         const auto end = run_task(c.arguments);
         EXPECT_EQ(end.status, c.status) << end.errors;
-        EXPECT_EQ(end.output.find("datagrams"), std::string::npos) << "nothing was started";
         EXPECT_TRUE(std::regex_match(end.errors, std::regex("xcp_daq_task: " + c.errors + "\n")))
             << end.errors;
+        const bool ran = has(c.errors, "record 2|No space");
+        EXPECT_EQ(has(end.output, "\ndatagrams"), ran) << c.errors << ": nothing was started";
     }
+    EXPECT_TRUE(has(run_task(engine({"--replay", badFrames.path()})).output, "DAQ packets   1\n"))
+        << "what came before the fault counts";
 }
 
 // ---- registration ----
 
 TEST(TaskRegistration, ASecondTaskOfTheNameIsRefusedUntilTheFirstHasEnded) {
-    const std::string name = "bench_" + std::to_string(getpid());
-    const std::vector<std::string> arguments = {examples + "/engine.spec",
-                                                "--table",
-                                                examples + "/engine.table",
-                                                "--listen",
-                                                "127.0.0.1:0",
-                                                "--name",
-                                                name,
-                                                "--priority",
-                                                "5"};
+    const std::string name = "bench / " + std::to_string(getpid());
+    const Arguments arguments = engine({"--listen", "127.0.0.1:0", "--name", name});
     TaskProgram first(arguments);
     ASSERT_TRUE(first.await_output("registered as " + name + ", task "));
-    ASSERT_TRUE(first.await_output("priority 5 (recorded, not applied)\n"));
     const auto second = run_task(arguments);
     EXPECT_EQ(second.status, 6);
     EXPECT_EQ(second.errors,
               "error log: xcp_daq/xcp_daq_master_init:101: 66 0: aborting - there is "
               "already a <" +
                   name +
-                  "> version running\nxcp_daq_task: the host did "
-                  "not register the name " +
+                  "> version running\nxcp_daq_task: the host did not register the "
+                  "name " +
                   name + "\n");
     first.signal(SIGKILL);
     EXPECT_EQ(first.wait().status, 128 + SIGKILL);
@@ -246,169 +276,169 @@ TEST(TaskRegistration, ASecondTaskOfTheNameIsRefusedUntilTheFirstHasEnded) {
 
 TEST(TaskRegistration, WithoutARuntimeTheTaskEnds) {
     setenv("HALMOR_STANDIN", "stopped", 1);
-    const auto end = run_task({examples + "/engine.spec", "--table", examples + "/engine.table"});
+    const auto end = run_task(engine({}));
     EXPECT_EQ(end.status, 6);
     EXPECT_EQ(end.output, "\n Halmor must be running to use this task \n");
 }
 
-// ---- logs, dump, replay ----
-
-std::string line_after(const std::string& text, const std::string& start) {
-    const std::size_t at = text.find(start) + start.size();
-    return text.substr(at, text.find('\n', at) - at);
-}
+// ---- logs, dump, replay, recording ----
 
 TEST(TaskFiles, ARecordedRunReplaysToTheSameValues) {
     const TemporaryFile log;
     const TemporaryFile measurements;
-    const std::string variables = examples + "/engine.variables";
     const auto recorded =
-        run_task({examples + "/engine.spec", "--table", examples + "/engine.table", "--variables",
-                  variables, "--simulate", "--seconds", "1", "--dump", "--log", log.path(),
-                  "--measurement-log", measurements.path()});
+        run_task(engine({"--variables", variables, "--simulate", "--seconds", "1", "--dump",
+                         "--log", log.path(), "--measurement-log", measurements.path()}));
     ASSERT_EQ(recorded.status, 0) << recorded.errors;
     const std::string dump = line_after(recorded.output, "dump in ");
-    const auto replayed = run_task({examples + "/engine.spec", "--table", measurements.path(),
-                                    "--variables", variables, "--replay", dump});
+    const auto replayed = run_task(
+        with(spec, measurements.path(), {"--variables", variables, "--replay", dump, "--strict"}));
     ASSERT_EQ(replayed.status, 0) << replayed.errors;
     unlink(dump.c_str());
 
-    const auto before = table_of(recorded.output);
-    auto after = table_of(replayed.output);
-    ASSERT_EQ(before.size(), 10U);
-    for (const auto& [name, row] : before) {
-        EXPECT_GT(std::stoi(row.updates), 10) << name;
-        EXPECT_EQ(after[name].value + " " + after[name].updates, row.value + " " + row.updates);
-    }
-    EXPECT_EQ(line_after(replayed.output, "DAQ packets "),
-              line_after(recorded.output, "DAQ packets "));
-
+    const Rows rows = table_of(recorded.output);
+    EXPECT_EQ(rows, table_of(replayed.output));
+    EXPECT_EQ(rows.size(), 10U);
+    EXPECT_EQ(line_after(replayed.output, "\nDAQ packets "),
+              line_after(recorded.output, "\nDAQ packets "));
     EXPECT_TRUE(measurements.text().ends_with("\n---------\n"));
-    EXPECT_NE(log.text().find("Halmor Variable Name: engSpeed found \n"), std::string::npos);
-    EXPECT_NE(log.text().find("\nDAQ Count 3\n"), std::string::npos) << "the report";
-    EXPECT_TRUE(std::regex_search(log.text(), std::regex("\nStopped Logging[-0-9 ]+\n$")));
+    EXPECT_TRUE(has(log.text(), "Halmor Variable Name: engSpeed found \n"));
+    EXPECT_TRUE(has(log.text(), "\nDAQ Count 3\n")) << "the report";
+    EXPECT_TRUE(has(log.text(), "\nStopped Logging[-0-9 ]+\n$"));
+}
+
+// Calls `cell` with column and text for every filled cell of a recording; gives the header.
+template <class Cell>
+std::string read_record(const std::string& text, const Cell& cell) {
+    std::istringstream lines(text);
+    std::string header;
+    std::getline(lines, header);
+    for (std::string line; std::getline(lines, line);) {
+        std::istringstream cells(line);
+        std::string value;
+        for (std::size_t column = 0; std::getline(cells, value, ','); ++column)
+            if (!value.empty())
+                cell(column, value);
+    }
+    return header;
 }
 
 TEST(TaskFiles, ARecordHoldsEveryValueOnce) {
     const TemporaryFile record;
-    const auto end = run_task({examples + "/engine.spec", "--table", examples + "/engine.table",
-                               "--simulate", "--seconds", "0.5", "--record", record.path()});
+    const auto end =
+        run_task(engine({"--simulate", "--seconds", "0.5", "--record", record.path()}));
     ASSERT_EQ(end.status, 0) << end.errors;
-    std::istringstream text(record.text());
-    std::string line;
-    std::getline(text, line);
-    EXPECT_EQ(line, "sample_time,engSpeed,throttle,torque,crankCount,knock,hostCoolant,gear,"
-                    "fuelUsed,battery,odometer");
-    std::map<std::string, int> counts;
-    std::map<std::string, std::string> last;
+    const Arguments names = {"sample_time", "engSpeed", "throttle",    "torque",
+                             "crankCount",  "knock",    "hostCoolant", "gear",
+                             "fuelUsed",    "battery",  "odometer"};
+    std::map<std::string, std::pair<int, std::string>> cells; // number and the last one
     std::string time;
-    while (std::getline(text, line)) {
-        std::istringstream names(
-            "engSpeed,throttle,torque,crankCount,knock,hostCoolant,gear,fuelUsed,"
-            "battery,odometer");
-        std::istringstream cells(line);
-        std::string cell;
-        std::getline(cells, cell, ',');
-        EXPECT_LT(time, cell) << "sample times go up";
-        time = cell;
-        for (std::string name; std::getline(names, name, ',');)
-            if (std::getline(cells, cell, ',') && !cell.empty()) {
-                ++counts[name];
-                last[name] = cell;
-            }
-    }
+    const std::string header =
+        read_record(record.text(), [&](std::size_t column, const std::string& text) {
+            auto& [count, last] = cells[names.at(column)];
+            EXPECT_TRUE(column > 0 || last < text) << "sample times go up";
+            ++count;
+            last = text;
+        });
+    EXPECT_EQ(header, "sample_time,engSpeed,throttle,torque,crankCount,knock,hostCoolant,gear,"
+                      "fuelUsed,battery,odometer");
     for (const auto& [name, row] : table_of(end.output)) {
-        EXPECT_EQ(std::to_string(counts[name]), row.updates) << name;
-        EXPECT_NEAR(std::stod(last[name]), std::stod(row.value), 1e-9 * std::stod(row.value))
+        EXPECT_EQ(std::to_string(cells[name].first), row.second) << name;
+        EXPECT_NEAR(std::stod(cells[name].second), std::stod(row.first),
+                    1e-9 * std::stod(row.first))
             << name;
     }
 }
 
-TEST(TaskFiles, ACaptureWaitsForTheRecorder) {
+// A recording of 2 million values, twice what the recorder holds.
+std::string long_capture() {
     constexpr std::size_t header = 24;
     std::ifstream excerpt(data + "/slave_excerpt.pcap", std::ios::binary);
     const std::string once{std::istreambuf_iterator<char>(excerpt), {}};
     std::string often = once;
-    for (int i = 1; i < 100; ++i) // 2 million values, twice what the recorder holds
+    for (int i = 1; i < 100; ++i)
         often += once.substr(header);
-    const TemporaryFile capture(often);
+    return often;
+}
+
+TEST(TaskFiles, ACaptureWaitsForTheRecorder) {
+    const TemporaryFile capture(long_capture());
     const TemporaryFile record;
-    const auto end = run_task({data + "/slave.spec", "--table", data + "/slave.table", "--pcap",
-                               capture.path(), "--pace", "max", "--record", record.path()});
+    const auto end =
+        run_task(recording({"--pcap", capture.path(), "--pace", "max", "--record", record.path()}));
     EXPECT_EQ(end.status, 0);
     EXPECT_EQ(end.errors, "");
-    EXPECT_NE(end.output.find("values        2022000\n"), std::string::npos);
-    std::istringstream lines(record.text());
-    std::string line;
+    EXPECT_TRUE(has(end.output, "values        2022000\n"));
     std::size_t values = 0;
-    for (std::getline(lines, line); std::getline(lines, line);)
-        for (std::size_t comma = 0; (comma = line.find(',', comma)) != std::string::npos;)
-            values += ++comma < line.size() && line[comma] != ',' ? 1 : 0;
+    read_record(record.text(),
+                [&](std::size_t column, const std::string&) { values += column > 0 ? 1 : 0; });
     EXPECT_EQ(values, 2022000U);
 }
 
-TEST(TaskFiles, AFullDiskIsTold) {
-    const auto end = run_task({examples + "/engine.spec", "--table", examples + "/engine.table",
-                               "--simulate", "--seconds", "0.2", "--record", "/dev/full"});
+// The source waits for the worker, the worker for the recorder, the recorder for whoever reads the
+// pipe, which nobody does.
+TEST(TaskFiles, ASecondSignalEndsWhateverWaits) {
+    const TemporaryFile capture(long_capture());
+    const TemporaryFile place;
+    unlink(place.path().c_str());
+    ASSERT_EQ(mkfifo(place.path().c_str(), 0600), 0);
+    const int reader = open(place.path().c_str(), O_RDONLY | O_NONBLOCK);
+    TaskProgram task(
+        recording({"--pcap", capture.path(), "--pace", "max", "--record", place.path()}));
+    ASSERT_TRUE(task.await_output(" 0 values/s"));
+    task.signal(SIGINT);
+    task.signal(SIGTERM);
+    const auto end = task.wait();
+    close(reader);
     EXPECT_EQ(end.status, 3);
-    EXPECT_TRUE(
-        std::regex_match(end.errors, std::regex("xcp_daq_task: /dev/full: \\d+ lines were not "
-                                                "written: No space left on device\n")))
+    EXPECT_TRUE(std::regex_match(
+        end.errors, std::regex("xcp_daq_task: .*: \\d+ lines were not written: the run was told "
+                               "not to wait for the file; .*\n")))
         << end.errors;
-}
-
-TEST(TaskFiles, WrongReplayFilesAreNamed) {
-    const auto replay = [](const std::vector<std::string>& file) {
-        std::vector<std::string> arguments = {examples + "/engine.spec", "--table",
-                                              examples + "/engine.table", "--replay"};
-        arguments.insert(arguments.end(), file.begin(), file.end());
-        return run_task(arguments);
-    };
-    const TemporaryFile good("4 \n0,2,1,2\n");
-    EXPECT_EQ(replay({good.path()}).status, 0);
-    const TemporaryFile gap("2 \n0,3\n0 \n\n2 \n0,3\n");
-    const auto stopped = replay({gap.path()});
-    EXPECT_EQ(stopped.status, 3);
-    EXPECT_EQ(stopped.errors,
-              "xcp_daq_task: " + gap.path() + ": record 2: no values behind the length line\n");
-    EXPECT_NE(stopped.output.find("DAQ packets   1\n"), std::string::npos)
-        << "the first one counts";
-    EXPECT_EQ(replay({"/nonexistent"}).errors,
-              "xcp_daq_task: /nonexistent: No such file or directory\n");
-    if (access("/specs/api_xcp_frame_daq_data.txt", F_OK) != 0) {
-        EXPECT_EQ(replay({}).errors, "xcp_daq_task: /specs/api_xcp_frame_daq_data.txt: "
-                                     "No such file or directory\n");
-    }
+    EXPECT_TRUE(has(end.output, "trust         no:\n"));
 }
 
 // ---- --check ----
 
 TEST(TaskCheck, NamesWhatWouldNotDecode) {
-    const TemporaryFile spec(
-        "@XCP_SERVER\nhost 1\n$\n@LIST1\nl DAQ t\na - -\nb - -\nlost - -\n$\n");
-    const TemporaryFile variables("a real\nb integer\n");
-    const TemporaryFile table("a,0,0,0,3,0\na,0,0,0,2,0\nb,0,0,3,2,0\nx,0,0,2,1,0\n"
-                              "b,4,192,0,4,0\nfiller,0,1,0,3,0\na,0,0,1,0,0,0,0,0\n");
-    const auto end = run_task(
-        {spec.path(), "--table", table.path(), "--variables", variables.path(), "--check"});
+    const TemporaryFile lists("@XCP_SERVER\nhost 1\n$\n@LIST1\nl DAQ t\na - -\nb - -\nlost - -\n"
+                              "short -\n$\n@LIST1\n");
+    const TemporaryFile kinds("a real\nb integer\nc integer\n");
+    const TemporaryFile layout("a,0,0,0,3,0\na,0,0,0,2,0\nb,0,0,3,2,0\nx,0,0,2,1,0\n"
+                               "b,4,192,0,4,0\nfiller,0,1,0,3,0\na,0,0,1,0,0,0,0,0\n"
+                               "c,1,0,0,1,0\nc,1,0,1,-40,0,0,-40,120\n");
+    const auto end =
+        run_task(with(lists.path(), layout.path(), {"--variables", kinds.path(), "--check"}));
     EXPECT_EQ(end.status, 7);
     const std::vector<std::string> faults = {
-        table.path() + ":1: a: size 3 is none of 1, 2, 4 and 8",
-        table.path() + ":2: a: ODT entry 0 is there already",
-        table.path() + ":2: a is in DAQ list 0 twice: only the later one is converted",
-        table.path() + ":3: b: ODT entry 3 comes where 1 is missing",
-        table.path() + ":3: b: without a conversion it is always 0",
-        table.path() + ":4: x: ODT entry 2 comes too late, behind 3",
-        table.path() + ":5: b: there is no DAQ list 4, only 0 to 3",
-        table.path() + ":5: b: no DAQ packet has ODT 192, only 0 to 191",
-        table.path() + ":5: b: without a conversion it is always 0",
-        spec.path() + ": lost: " + table.path() + " has no entry in DAQ list 0",
-        spec.path() + ": lost: the host has no such variable",
+        lists.path() + ":9: expected NAME TAG VARIABLE [OPTION]",
+        lists.path() + ":11: @LIST1 is there already, in line 4",
+        layout.path() + ":1: a: size 3 is none of 1, 2, 4 and 8",
+        layout.path() + ":2: a: ODT entry 0 is there already",
+        layout.path() + ":2: a is in DAQ list 0 twice: only the later one is converted",
+        layout.path() + ":3: b: ODT entry 3 comes where 1 is missing",
+        layout.path() + ":3: b: without a conversion it is always 0",
+        layout.path() + ":4: x: ODT entry 2 comes too late, after 3",
+        layout.path() + ":5: b: there is no DAQ list 4, only 0 to 3",
+        layout.path() + ":5: b: no DAQ packet has ODT 192, only 0 to 191",
+        layout.path() + ":5: b: without a conversion it is always 0",
+        layout.path() +
+            ":9: c: integer variable, 1 bytes: values of raw * factor + offset run from "
+            "-40 to 215, and 0 to 255 is what stays exact",
+        lists.path() + ":8: lost: " + layout.path() + " has no entry in DAQ list 0",
+        lists.path() + ":8: lost: the host has no such variable",
     };
     std::string expected;
     for (const std::string& fault : faults)
         expected += "xcp_daq_task: " + fault + "\n";
     EXPECT_EQ(end.errors, expected);
+
+    const auto good = run_task(engine({"--variables", variables, "--check"}));
+    EXPECT_EQ(good.status, 0) << good.errors;
+    EXPECT_TRUE(has(good.output, "DAQ list 0, ODT 0: 6 bytes; in a packet of 10, .*\n"
+                                 "  bytes   2 to   3  engSpeed +real +most significant byte first"
+                                 "  \\* 0.125 \\+ 0, 0 to 8000\n"))
+        << good.output;
 }
 
 } // namespace

@@ -1,6 +1,6 @@
 // Truncation and clamping at their limits, which the low 32 bits that reach a variable rarely show.
 
-#include "value_conversion.h"
+#include "xcp_daq/value_conversion.h"
 
 #include <gtest/gtest.h>
 

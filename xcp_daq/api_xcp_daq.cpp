@@ -2,8 +2,6 @@
 
 #include "daq_list.h"
 
-#include <locale>
-
 // The exported globals must not depend on the standard library's own choice of size.
 static_assert(sizeof(std::atomic<std::int32_t>) == 4);
 
@@ -18,15 +16,18 @@ const std::uint64_t MAX_TIME_DAQ_COUNT_VALUE = 0xFFFFFFFF;
 const std::uint64_t BILLION_NSEC = 1000000000;
 const float MILLION_NSEC = 1000000.0F;
 
-// Set by the first construction in the process, never cleared.
+// Set by the first construction in the process when it is through, in whatever way, and never
+// cleared: whoever finds it set finds the record ready.
 static std::atomic<bool> XCPDAQ_AppDataInit = false;
+
+// A construction that has no memory is not attempted again either.
+struct SetLatchAtEnd {
+    ~SetLatchAtEnd() { XCPDAQ_AppDataInit = true; }
+};
 
 static void initialise_app_data() {
     appData.daqCount = 0;
     appData.logEnabled = false;
-    // Whatever locale the host has chosen, the logs' numbers have a point and no grouping.
-    appData.logFile.imbue(std::locale::classic());
-    appData.measurementFile.imbue(std::locale::classic());
     std::int64_t number = 0;
     for (xcpDAQList& list : appData.daqList) {
         list.listNumber = ++number;
@@ -40,9 +41,10 @@ api_xcp_daq::api_xcp_daq() {
     if (XCPDAQ_AppDataInit)
         return;
     const std::lock_guard lock(XCPDAQAppData_mutex);
-    // Two threads may both have found the latch open: only the first to get here initialises.
-    if (!XCPDAQ_AppDataInit.exchange(true))
-        initialise_app_data();
+    if (XCPDAQ_AppDataInit) // by another thread, meanwhile
+        return;
+    const SetLatchAtEnd latch;
+    initialise_app_data();
 }
 
 // An empty list keeps the room that was reserved for it.

@@ -1,5 +1,7 @@
 #include "api_xcp_daq.h"
 
+#include "classic_locale.h"
+
 #include <unistd.h>
 
 #include <cstdio>
@@ -11,6 +13,7 @@ void api_xcp_daq::dumpInfo() {
     if (!appData.logEnabled)
         return;
     std::ofstream& log = appData.logFile;
+    const xcp_daq::ClassicLocale numbers(log);
     log << appData.specFileName << std::endl;
     log << appData.specFilePath << std::endl;
     log << "DAQ Count " << appData.daqCount << std::endl;

@@ -1,5 +1,6 @@
 #include "api_xcp_daq.h"
 
+#include "classic_locale.h"
 #include "daq_list.h"
 
 #include <algorithm>
@@ -14,7 +15,7 @@ using xcp_daq::find_daq_list;
 
 namespace {
 
-constexpr std::int32_t first_entry_byte = 2; // behind ODT number and DAQ list number
+constexpr std::int32_t first_entry_byte = 2; // after ODT number and DAQ list number
 
 // Where a variable object of each kind keeps its task's name and the word that marks it as taken.
 struct ObjectLayout {
@@ -48,9 +49,11 @@ std::int32_t first_byte(const xcpDAQList& list, int odtNum, int odtEntryIndex) {
     const auto previous = list.odtEntryMap.find({odtNum, saturate(previousIndex)});
     if (previous != list.odtEntryMap.end())
         return saturate(std::int64_t{previous->second->lastByte} + 1);
-    if (appData.logEnabled)
+    if (appData.logEnabled) {
+        const xcp_daq::ClassicLocale numbers(appData.logFile);
         appData.logFile << "failed to find previous odtEntry found : " << odtEntryIndex
                         << "  instead of " << previousIndex;
+    }
     return 0;
 }
 
@@ -63,6 +66,22 @@ void bind(odt_table_entry& entry) {
     if (appData.logEnabled)
         appData.logFile << "Halmor Variable Name: " << entry.name << " found " << std::endl;
 }
+
+// An element by itself: the memory for it is taken before anything is changed.
+template <class Map>
+typename Map::node_type node_for(typename Map::key_type key) {
+    Map map;
+    map.try_emplace(std::move(key));
+    return map.extract(map.begin());
+}
+
+// The element of the node's key, which the node becomes where the map has none. Does not throw.
+template <class Map>
+typename Map::mapped_type& put(Map& map, typename Map::node_type node) {
+    return map.insert(std::move(node)).position->second;
+}
+
+using List = xcpDAQList;
 
 } // namespace
 
@@ -83,9 +102,15 @@ void api_xcp_daq::addMeasurement(const std::string& name, int daqNum, int odtNum
     if (list == nullptr)
         return;
     auto entry = std::make_unique<odt_table_entry>();
-    if (appData.measurementFile.is_open())
+    entry->name = name;
+    auto infoNode = node_for<decltype(List::odtTableInfo)>(odtNum);
+    auto placeNode = node_for<decltype(List::odtEntryMap)>({odtNum, odtEntryIndex});
+    auto nameNode = node_for<decltype(List::odtEntryByName)>(name);
+    if (appData.measurementFile.is_open()) {
+        const xcp_daq::ClassicLocale numbers(appData.measurementFile);
         appData.measurementFile << name << ',' << daqNum << ',' << odtNum << ',' << odtEntryIndex
                                 << ',' << size << ',' << int{daqMode} << std::endl;
+    }
 
     const std::lock_guard lock(XCPDAQAppData_mutex);
     entry->daqNum = daqNum;
@@ -95,16 +120,15 @@ void api_xcp_daq::addMeasurement(const std::string& name, int daqNum, int odtNum
     entry->firstByte = first_byte(*list, odtNum, odtEntryIndex);
     entry->lastByte = saturate(std::int64_t{entry->firstByte} + size - 1);
     entry->daqMode = daqMode;
-    entry->name = name;
     bind(*entry);
 
-    OdtTableInfo& info = list->odtTableInfo[odtNum];
+    OdtTableInfo& info = put(list->odtTableInfo, std::move(infoNode));
     info.odtLength = std::int64_t{entry->lastByte} + 1;
     ++info.entryCount;
 
-    odt_table_entry*& place = list->odtEntryMap[{odtNum, odtEntryIndex}];
-    place = entry.release(); // from here on the maps own it, for good
-    list->odtEntryByName[name] = place;
+    odt_table_entry* owned = entry.release(); // by the maps, for good
+    put(list->odtEntryMap, std::move(placeNode)) = owned;
+    put(list->odtEntryByName, std::move(nameNode)) = owned;
 }
 
 void api_xcp_daq::addComputeMethod(const std::string& name, int daqNum, int computeInt1,
@@ -113,11 +137,13 @@ void api_xcp_daq::addComputeMethod(const std::string& name, int daqNum, int comp
     const xcpDAQList* list = find_daq_list(daqNum);
     if (list == nullptr)
         return;
-    if (appData.measurementFile.is_open())
+    if (appData.measurementFile.is_open()) {
+        const xcp_daq::ClassicLocale numbers(appData.measurementFile);
         appData.measurementFile << std::fixed << std::showpoint << std::setprecision(4) << name
                                 << ',' << daqNum << ',' << computeInt1 << ',' << factor << ','
                                 << offset << ',' << computeInt2 << ',' << byteOrder << ','
                                 << lowerLimit << ',' << upperLimit << std::endl;
+    }
 
     const auto found = list->odtEntryByName.find(name);
     if (found == list->odtEntryByName.end() || found->second == nullptr)

@@ -1,5 +1,8 @@
 #include "api_xcp_daq.h"
 
+#include "classic_locale.h"
+
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -11,13 +14,16 @@ constexpr std::size_t line_size = 1024;
 constexpr std::size_t token_size = 1024;
 constexpr std::size_t token_slots = 4;
 constexpr int split_mode = 6;
+constexpr std::size_t longest_a2l_word = 255;
 
 constexpr const char* list_keys[MAX_NUMBER_DAQ_LISTS] = {"@LIST1", "@LIST2", "@LIST3", "@LIST4"};
 
 template <class... Text>
 void write_log(const Text&... text) {
-    if (appData.logEnabled)
-        (appData.logFile << ... << text);
+    if (!appData.logEnabled)
+        return;
+    const xcp_daq::ClassicLocale numbers(appData.logFile);
+    (appData.logFile << ... << text);
 }
 
 struct CloseFile {
@@ -37,11 +43,11 @@ class SpecFile {
     bool at_section_end() const { return line[0] == '$'; }
     const char* text() const { return line; }
 
-    // The first word of the line into `word`, which keeps its text when the line is blank.
-    template <std::size_t size>
-    bool first_word(char (&word)[size]) const {
-        static_assert(size == 50 || size == 256);
-        return std::sscanf(line, size == 50 ? "%49s" : "%255s", word) == 1;
+    // The first word of the line, cut to `longest` characters; empty when the line is blank.
+    std::string first_word(std::size_t longest) const {
+        constexpr const char* white_space = " \t\n\v\f\r";
+        const char* start = line + std::strspn(line, white_space);
+        return {start, std::min(std::strcspn(start, white_space), longest)};
     }
 
     std::uint64_t split() {
@@ -65,10 +71,11 @@ class SpecFile {
 void read_registration_name(SpecFile& spec) {
     if (spec.first_line("@REG_NAME") <= 0 || spec.at_section_end())
         return;
-    if (spec.first_word(Registered_name))
-        appData.registeredName = Registered_name;
-    else
-        write_log("@REG_NAME", " expected, but found ", spec.text(), " ");
+    const std::string word = spec.first_word(sizeof Registered_name - 1);
+    if (word.empty())
+        return write_log("@REG_NAME", " expected, but found ", spec.text(), " ");
+    std::memcpy(Registered_name, word.c_str(), word.size() + 1);
+    appData.registeredName = word;
 }
 
 bool read_server(SpecFile& spec) {
@@ -82,20 +89,24 @@ bool read_server(SpecFile& spec) {
     return true;
 }
 
+// A blank line leaves the text as it was.
+void take_a2l_word(const SpecFile& spec, std::string& text) {
+    if (std::string word = spec.first_word(longest_a2l_word); !word.empty())
+        text = std::move(word);
+}
+
 void read_a2l_file(SpecFile& spec) {
-    char word[256];
-    if (spec.first_line("@A2L_FILE") <= 0)
+    if (spec.first_line("@A2L_FILE") > 0)
+        take_a2l_word(spec, appData.a2lFileName);
+    else
         write_log("@A2L_FILE", " expected found ", spec.text(), " ");
-    else if (spec.first_word(word))
-        appData.a2lFileName = word;
 }
 
 void read_a2l_path(SpecFile& spec) {
-    char word[256];
-    if (spec.first_line("@A2L_FILEPATH") <= 0 || spec.at_section_end())
+    if (spec.first_line("@A2L_FILEPATH") > 0 && !spec.at_section_end())
+        take_a2l_word(spec, appData.a2lFilePath);
+    else
         write_log("@A2L_FILEPATH", " expected found ", spec.text(), " ");
-    else if (spec.first_word(word))
-        appData.a2lFilePath = word;
 }
 
 bool is_resource(const char* text) {
@@ -126,6 +137,17 @@ void fill(char (&field)[size], const char* text) {
     std::memcpy(field, text, strnlen(text, size));
 }
 
+// Also when memory runs out in between, the two stay of one length.
+void append_to_both(xcpDAQList& list, const halVarInfo& measurement, std::string name) {
+    list.halVarList.push_back(measurement);
+    try {
+        list.measurementAttrs.nameList.push_back(std::move(name));
+    } catch (...) {
+        list.halVarList.pop_back();
+        throw;
+    }
+}
+
 // Tells whether the line was a measurement.
 bool take_measurement(SpecFile& spec, xcpDAQList& list) {
     const std::uint64_t tokens = spec.split();
@@ -141,8 +163,7 @@ bool take_measurement(SpecFile& spec, xcpDAQList& list) {
     measurement.varOption = tokens == 4 ? std::atoi(spec.token(4)) : default_option;
 
     std::string name(measurement.varName, strnlen(measurement.varName, sizeof measurement.varName));
-    list.halVarList.push_back(measurement);
-    list.measurementAttrs.nameList.push_back(std::move(name));
+    append_to_both(list, measurement, std::move(name));
     return true;
 }
 
@@ -153,8 +174,9 @@ int read_list(SpecFile& spec, std::size_t index) {
     const std::int16_t header = spec.first_line(list_keys[index]);
     if (header < 0)
         return 0;
-    const std::uint64_t tokens = header > 0 || !spec.at_section_end() ? spec.split() : 0;
-    take_header(spec, tokens, list, index > 0 ? list_keys[index - 1] : "");
+    // A last line that ends the section is no header; any other line is taken for one.
+    const bool noHeader = header == 0 && spec.at_section_end();
+    take_header(spec, noHeader ? 0 : spec.split(), list, index > 0 ? list_keys[index - 1] : "");
     int measurements = 0;
     while (!spec.at_section_end()) {
         const std::int16_t result = spec.next_line();

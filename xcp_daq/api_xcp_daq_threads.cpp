@@ -3,7 +3,7 @@
 #include "api_xcp_daq.h"
 #include "standard_output.h"
 #include "transport_udp.h"
-#include "xcp_message.h"
+#include "xcp/message.h"
 
 // EmptyFrameBuffer comes first, since it must outlive the queue.
 std::vector<std::uint8_t> EmptyFrameBuffer;
@@ -32,7 +32,8 @@ void print_service_request(std::span<const std::uint8_t> packet) {
     constexpr std::uint8_t reset = 0;
     if (packet.size() < 2)
         return;
-    xcp_daq::print_line(packet[1] == reset ? "Service Request Reset " : "Server Request Text ");
+    xcp_daq::print_line("%s",
+                        packet[1] == reset ? "Service Request Reset " : "Server Request Text ");
 }
 
 } // namespace
@@ -40,8 +41,8 @@ void print_service_request(std::span<const std::uint8_t> packet) {
 void api_xcp_daq_push_frame(const std::uint8_t* data, std::uint64_t length) {
     if (data == nullptr)
         return;
-    xcp_daq::XcpMessageWalk messages({data, length});
-    for (xcp_daq::XcpMessage message{}; messages.next(message);) {
+    xcp::MessageWalk messages({data, length});
+    for (xcp::Message message{}; messages.next(message);) {
         if (message.is_daq())
             XCPFrameBuffer.push(Frame(message.packet.begin(), message.packet.end()));
         else if (message.is_service_request())

@@ -1,6 +1,6 @@
 #include "task_names.h"
 
-#include "file_descriptor.h"
+#include "io/file_descriptor.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -12,6 +12,8 @@
 #include <vector>
 
 namespace halmor_standin {
+
+using io::FileDescriptor;
 
 namespace {
 

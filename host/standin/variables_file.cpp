@@ -1,13 +1,10 @@
 #include "variables_file.h"
 
-#include "file_error.h"
+#include "io/text_lines.h"
 
-#include <cerrno>
-#include <cstring>
-#include <fstream>
 #include <map>
 #include <set>
-#include <sstream>
+#include <stdexcept>
 
 namespace halmor_standin {
 
@@ -29,39 +26,20 @@ VariableDefinition parse(const std::vector<std::string>& words) {
     return {words[0], kind->second, words.size() == 3 ? words[2] : ""};
 }
 
-std::vector<std::string> words_of(std::string line) {
-    line.resize(std::min(line.find('#'), line.size()));
-    std::istringstream text(line);
-    std::vector<std::string> words;
-    for (std::string word; text >> word;)
-        words.push_back(word);
-    return words;
-}
-
 } // namespace
 
 std::vector<VariableDefinition> read_variables_file(const std::string& path) {
-    std::ifstream file(path);
-    if (!file)
-        throw FileError(path, std::strerror(errno));
     std::vector<VariableDefinition> definitions;
     std::set<std::string> names;
-    std::size_t number = 0;
-    for (std::string line; std::getline(file, line);) {
-        ++number;
-        const std::vector<std::string> words = words_of(line);
+    io::for_each_line(path, [&](std::size_t, const std::string& line) {
+        const std::vector<std::string> words = io::words_of(io::without_comment(line, '#'));
         if (words.empty())
-            continue;
-        try {
-            definitions.push_back(parse(words));
-        } catch (const std::invalid_argument& error) {
-            throw FileError(path, number, error.what());
-        }
+            return true;
+        definitions.push_back(parse(words));
         if (!names.insert(words[0]).second)
-            throw FileError(path, number, "variable defined twice: " + words[0]);
-    }
-    if (file.bad())
-        throw FileError(path, std::strerror(errno));
+            throw std::invalid_argument("variable defined twice: " + words[0]);
+        return true;
+    });
     return definitions;
 }
 

@@ -16,7 +16,7 @@ struct VariableDefinition {
     std::string owner; // empty when the line names none
 };
 
-// Throws FileError for a file that cannot be read and for the first line that is wrong.
+// Throws io::FileError for a file that cannot be read and for the first line that is wrong.
 std::vector<VariableDefinition> read_variables_file(const std::string& path);
 
 } // namespace halmor_standin

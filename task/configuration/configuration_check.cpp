@@ -1,0 +1,181 @@
+#include "configuration_check.h"
+
+#include "api_xcp_daq.h"
+#include "host/standin/variable_store.h"
+#include "integer_conversion.h"
+#include "xcp/message.h"
+
+#include <fmt/format.h>
+
+#include <map>
+#include <set>
+#include <utility>
+
+namespace task {
+
+namespace {
+
+using halmor_standin::VariableKind;
+using halmor_standin::VariableStore;
+
+bool has_variable(const std::string& name) {
+    return VariableStore::instance().find(name) != nullptr;
+}
+
+VariableKind kind_of(const std::string& name) {
+    return VariableStore::instance().find(name)->kind();
+}
+
+std::string header_text(const SpecFile& spec) {
+    std::string text = fmt::format("server      {}:{}\nregistered  {}\n", appData.serverName,
+                                   appData.serverPort, appData.registeredName);
+    for (const ListSection& list : spec.lists)
+        text += fmt::format("DAQ list {}  {}, {} {}: {} variables\n", list.daqList, list.name,
+                            list.resource, list.trigger, list.measurements.size());
+    return text;
+}
+
+std::string conversion_text(const odt_table_entry& e) {
+    if (e.hostVar == nullptr)
+        return "filler";
+    return fmt::format(
+        "{:7}  {}  * {} + {}, {} to {}",
+        e.hostVar->kind == static_cast<std::uint16_t>(VariableKind::integer) ? "integer" : "real",
+        e.byteOrder == 0 ? "most significant byte first" : "least significant byte first", e.factor,
+        e.offset, e.lowerLimit, e.upperLimit);
+}
+
+std::string odt_text(const xcpDAQList& list, std::size_t number, const odt_table_entry& first) {
+    const std::int64_t length = list.odtTableInfo.at(first.odtNum).odtLength;
+    std::string text = fmt::format("DAQ list {}, ODT {}: {} bytes", number, first.odtNum, length);
+    if ((first.daqMode & MODE_TIMESTAMP) != 0)
+        text += fmt::format("; in a packet of {}, the timestamp comes first",
+                            length + static_cast<std::int64_t>(xcp::timestamp_size));
+    return text + "\n";
+}
+
+std::string layout_text() {
+    std::string text;
+    for (std::size_t number = 0; number < appData.daqList.size(); ++number) {
+        const xcpDAQList& list = appData.daqList[number];
+        int current = -1;
+        for (const auto& [place, entry] : list.odtEntryMap) {
+            if (std::exchange(current, place.first) != place.first)
+                text += odt_text(list, number, *entry);
+            text += fmt::format("  bytes {:3} to {:3}  {:24}  {}\n", entry->firstByte,
+                                entry->lastByte, entry->name, conversion_text(*entry));
+        }
+    }
+    return text;
+}
+
+// What is wrong with the table by itself, line by line.
+class TableCheck {
+  public:
+    explicit TableCheck(const std::string& path) : path_(path) {}
+
+    std::vector<std::string> faults(const std::vector<TableLine>& table) {
+        for (const TableLine& line : table)
+            if (const auto* conversion = std::get_if<ConversionLine>(&line.call))
+                conversions_[{conversion->daqNum, conversion->name}] = {line.number, conversion};
+        for (const TableLine& line : table)
+            if (const auto* measurement = std::get_if<MeasurementLine>(&line.call))
+                check(*measurement, line.number);
+        return std::move(faults_);
+    }
+
+  private:
+    void report(std::size_t line, const std::string& fault) {
+        faults_.push_back(fmt::format("{}:{}: {}", path_, line, fault));
+    }
+
+    void check(const MeasurementLine& m, std::size_t line) {
+        check_place(m, line);
+        check_order(m, line);
+        if (!names_.emplace(m.daqNum, m.name).second)
+            report(line, fmt::format("{} is in DAQ list {} twice: only the later one is converted",
+                                     m.name, m.daqNum));
+        if (has_variable(m.name))
+            check_value(m, line);
+    }
+
+    void check_place(const MeasurementLine& m, std::size_t line) {
+        if (m.daqNum < 0 || m.daqNum >= MAX_NUMBER_DAQ_LISTS)
+            report(line, fmt::format("{}: there is no DAQ list {}, only 0 to {}", m.name, m.daqNum,
+                                     MAX_NUMBER_DAQ_LISTS - 1));
+        if (m.odtNum < 0 || m.odtNum > xcp::last_daq_pid)
+            report(line, fmt::format("{}: no DAQ packet has ODT {}, only 0 to {}", m.name, m.odtNum,
+                                     xcp::last_daq_pid));
+    }
+
+    void check_order(const MeasurementLine& m, std::size_t line) {
+        auto& indexes = indexes_[{m.daqNum, m.odtNum}];
+        const int expected = indexes.empty() ? 0 : *indexes.rbegin() + 1;
+        if (indexes.contains(m.odtEntryIndex))
+            report(line, fmt::format("{}: ODT entry {} is there already", m.name, m.odtEntryIndex));
+        else if (m.odtEntryIndex > expected)
+            report(line, fmt::format("{}: ODT entry {} comes where {} is missing", m.name,
+                                     m.odtEntryIndex, expected));
+        else if (m.odtEntryIndex < expected)
+            report(line, fmt::format("{}: ODT entry {} comes too late, after {}", m.name,
+                                     m.odtEntryIndex, expected - 1));
+        indexes.insert(m.odtEntryIndex);
+    }
+
+    void check_value(const MeasurementLine& m, std::size_t line) {
+        static const std::set<int> sizes = {1, 2, 4, 8};
+        if (!sizes.contains(m.size))
+            report(line, fmt::format("{}: size {} is none of 1, 2, 4 and 8", m.name, m.size));
+        const auto found = conversions_.find({m.daqNum, m.name});
+        if (found == conversions_.end())
+            return report(line, fmt::format("{}: without a conversion it is always 0", m.name));
+        const auto& [conversionLine, conversion] = found->second;
+        if (kind_of(m.name) != VariableKind::integer)
+            return;
+        if (const std::string fault = inexact_integer(m.size, *conversion); !fault.empty())
+            report(conversionLine,
+                   fmt::format("{}: integer variable, {} bytes: {}", m.name, m.size, fault));
+    }
+
+    const std::string& path_;
+    // The last one of a measurement counts.
+    std::map<std::pair<int, std::string>, std::pair<std::size_t, const ConversionLine*>>
+        conversions_;
+    std::set<std::pair<int, std::string>> names_;
+    std::map<std::pair<int, int>, std::set<int>> indexes_;
+    std::vector<std::string> faults_;
+};
+
+void check_listed_names(const SpecFile& spec, const Options& options,
+                        std::vector<std::string>& faults) {
+    for (const ListSection& list : spec.lists)
+        for (const auto& [line, measurement, variable] : list.measurements) {
+            const auto& entries =
+                appData.daqList[static_cast<std::size_t>(list.daqList)].odtEntryByName;
+            if (!entries.contains(variable))
+                faults.push_back(fmt::format("{}:{}: {}: {} has no entry in DAQ list {}",
+                                             options.spec, line, variable, options.table,
+                                             list.daqList));
+            if (!has_variable(variable))
+                faults.push_back(fmt::format("{}:{}: {}: the host has no such variable",
+                                             options.spec, line, variable));
+        }
+}
+
+} // namespace
+
+std::string configuration_text(const Configuration& configuration) {
+    return header_text(configuration.spec) + layout_text();
+}
+
+std::vector<std::string> find_faults(const Configuration& configuration, const Options& options) {
+    std::vector<std::string> faults;
+    for (const io::FileError& fault : configuration.spec.faults)
+        faults.emplace_back(fault.what());
+    for (std::string& fault : TableCheck(options.table).faults(configuration.table))
+        faults.push_back(std::move(fault));
+    check_listed_names(configuration.spec, options, faults);
+    return faults;
+}
+
+} // namespace task

@@ -1,0 +1,44 @@
+#pragma once
+// The measurement table file: the calls that fill the library's measurement table, in the very
+// lines that the library writes to its measurement log. docs/formats.md has the format.
+
+#include <cstddef>
+#include <string>
+#include <variant>
+#include <vector>
+
+namespace task {
+
+// Arguments of addMeasurement.
+struct MeasurementLine {
+    std::string name;
+    int daqNum;
+    int odtNum;
+    int odtEntryIndex;
+    int size;
+    unsigned char daqMode;
+};
+
+// Arguments of addComputeMethod.
+struct ConversionLine {
+    std::string name;
+    int daqNum;
+    int computeInt1;
+    double factor;
+    double offset;
+    int computeInt2;
+    int byteOrder;
+    double lowerLimit;
+    double upperLimit;
+};
+
+struct TableLine {
+    std::size_t number; // in the file, from 1
+    std::variant<MeasurementLine, ConversionLine> call;
+};
+
+// Throws io::FileError for a file that cannot be read, for the first line that is
+// wrong, and for a conversion whose measurement does not come before it.
+std::vector<TableLine> read_measurement_table(const std::string& path);
+
+} // namespace task

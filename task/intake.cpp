@@ -1,0 +1,40 @@
+#include "intake.h"
+
+#include "api_xcp_daq.h"
+#include "api_xcp_daq_threads.h"
+
+#include <chrono>
+#include <cstdio>
+#include <exception>
+#include <thread>
+
+namespace task {
+
+Intake::Intake(bool sourceCanWait, FrameDump* dump)
+    : sourceCanWait_(sourceCanWait), dump_(dump), library_(api_xcp_daq_push_frame) {}
+
+void Intake::take(std::span<const std::uint8_t> payload) noexcept {
+    if (sourceCanWait_)
+        wait_for_worker();
+    try {
+        hand_over(payload);
+    } catch (const std::exception& error) {
+        if (failures_++ == 0) // without allocating: memory may be what is missing
+            std::fprintf(stderr, "xcp_daq_task: a datagram was not taken: %s\n", error.what());
+    }
+}
+
+void Intake::hand_over(std::span<const std::uint8_t> payload) {
+    counter_.take(payload);
+    if (dump_ != nullptr)
+        dump_->take(payload);
+    packets_.take(payload, library_);
+}
+
+void Intake::wait_for_worker() const {
+    constexpr std::size_t frames = 10'000;
+    while (waits_ && XCPFrameBuffer.size() > frames)
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+}
+
+} // namespace task

@@ -1,0 +1,59 @@
+#include "message_counter.h"
+
+#include "io/single_writer.h"
+#include "xcp/message.h"
+
+namespace task {
+
+using io::add;
+
+void MessageCounter::take(std::span<const std::uint8_t> payload) {
+    xcp::MessageWalk messages(payload);
+    std::uint64_t count = 0;
+    std::uint64_t daqPackets = 0;
+    for (xcp::Message message{}; messages.next(message); ++count) {
+        check_ctr(message.ctr);
+        daqPackets += message.is_daq() ? 1 : 0;
+    }
+    add(datagrams_, 1);
+    add(bytes_, payload.size());
+    add(messages_, count);
+    add(daqPackets_, daqPackets);
+    add(cutOff_, messages.cut_off() ? 1 : 0);
+}
+
+// The counter wraps, so what lies in the half before the expected value is taken as the past.
+void MessageCounter::check_ctr(std::uint16_t ctr) {
+    constexpr std::uint16_t half = 0x8000;
+    const auto ahead = static_cast<std::uint16_t>(ctr - expected_.value_or(ctr));
+    if (ahead >= half)
+        return take_from_the_past(ctr);
+    if (ahead > 0)
+        skip_to(ctr);
+    missed_.reset(ctr); // of 65536 messages ago
+    expected_ = static_cast<std::uint16_t>(ctr + 1);
+}
+
+void MessageCounter::skip_to(std::uint16_t ctr) {
+    add(gaps_, 1);
+    for (std::uint16_t skipped = *expected_; skipped != ctr; ++skipped) {
+        missed_.set(skipped);
+        add(missing_, 1);
+    }
+}
+
+void MessageCounter::take_from_the_past(std::uint16_t ctr) {
+    if (!missed_.test(ctr)) {
+        add(repeated_, 1);
+        return;
+    }
+    missed_.reset(ctr);
+    missing_.store(missing_.load(std::memory_order_relaxed) - 1, std::memory_order_relaxed);
+    add(late_, 1);
+}
+
+MessageCounts MessageCounter::counts() const {
+    return {datagrams_, bytes_, messages_, daqPackets_, gaps_, missing_, late_, repeated_, cutOff_};
+}
+
+} // namespace task

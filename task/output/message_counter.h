@@ -1,0 +1,43 @@
+#pragma once
+// Looks at the messages of every datagram before the library does, which does not look at CTR.
+
+#include <atomic>
+#include <bitset>
+#include <cstdint>
+#include <optional>
+#include <span>
+
+namespace task {
+
+struct MessageCounts {
+    std::uint64_t datagrams = 0;
+    std::uint64_t bytes = 0;
+    std::uint64_t messages = 0;
+    std::uint64_t daqPackets = 0;
+    std::uint64_t gaps = 0;     // places where CTR jumped ahead
+    std::uint64_t missing = 0;  // messages that these jumps left out and that have not come since
+    std::uint64_t late = 0;     // messages that came after one that was sent later
+    std::uint64_t repeated = 0; // messages with a CTR from the past that was not missing
+    std::uint64_t cutOff = 0;   // datagrams that end inside a message
+};
+
+// take() belongs to the thread that receives; counts() may be called from any thread.
+class MessageCounter {
+  public:
+    void take(std::span<const std::uint8_t> payload);
+    MessageCounts counts() const;
+
+  private:
+    void check_ctr(std::uint16_t ctr);
+    void skip_to(std::uint16_t ctr);
+    void take_from_the_past(std::uint16_t ctr);
+
+    // The receiving thread's; CTR may start anywhere.
+    std::optional<std::uint16_t> expected_;
+    std::bitset<0x10000> missed_; // by CTR; of the half before expected_
+
+    std::atomic<std::uint64_t> datagrams_ = 0, bytes_ = 0, messages_ = 0, daqPackets_ = 0;
+    std::atomic<std::uint64_t> gaps_ = 0, missing_ = 0, late_ = 0, repeated_ = 0, cutOff_ = 0;
+};
+
+} // namespace task

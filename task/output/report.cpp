@@ -1,0 +1,163 @@
+#include "report.h"
+
+#include "api_xcp_daq.h"
+#include "host/standin/task_services.h"
+#include "host/standin/variable_store.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <iterator>
+#include <vector>
+
+namespace task {
+
+namespace {
+
+using halmor_standin::Sample;
+using halmor_standin::Variable;
+using halmor_standin::VariableStore;
+
+std::string value_text(const Sample& sample) {
+    return sample.updates == 0 ? "-" : fmt::format("{:.15g}", sample.value);
+}
+
+std::string time_text(const Sample& sample) {
+    return sample.updates == 0
+               ? "never"
+               : fmt::format("{}.{:09}", sample.sampleTime.tv_sec, sample.sampleTime.tv_nsec);
+}
+
+std::vector<std::string> variables_updated(std::uint64_t times) {
+    std::vector<std::string> names;
+    for (const Variable& variable : VariableStore::instance().variables())
+        if (variable.read().updates == times)
+            names.push_back(variable.name());
+    return names;
+}
+
+// The first few; the table shows the others.
+std::string first_names(const std::vector<std::string>& names) {
+    constexpr std::size_t shown = 8;
+    const auto end = names.begin() + static_cast<std::ptrdiff_t>(std::min(names.size(), shown));
+    const std::string text = fmt::format("{}", fmt::join(names.begin(), end, ", "));
+    return names.size() <= shown ? text : fmt::format("{} and {} more", text, names.size() - shown);
+}
+
+bool anything_lost(const RunCounts& counts) {
+    return counts.messages.missing + counts.messages.cutOff + counts.losses.kernelDrops +
+               counts.failures + counts.waiting >
+           0;
+}
+
+std::size_t unbound_entries() {
+    std::size_t count = 0;
+    for (const xcpDAQList& list : appData.daqList)
+        count += static_cast<std::size_t>(
+            std::count_if(list.odtEntryMap.begin(), list.odtEntryMap.end(),
+                          [](const auto& place) { return place.second->hostVar == nullptr; }));
+    return count;
+}
+
+} // namespace
+
+std::string remarks(const RunCounts& counts) {
+    std::string text;
+    if (counts.misfits || counts.untimed > 0)
+        text += "  misfit";
+    if (const std::uint64_t foreign = counts.losses.foreign; foreign > 0)
+        text += fmt::format("  {} datagrams from elsewhere not taken", foreign);
+    return text;
+}
+
+std::string progress_line(const RunCounts& now, const RunCounts& before) {
+    const double interval = std::max(now.seconds - before.seconds, 1e-3);
+    return fmt::format("{:5.1f} s  {} datagrams  {} DAQ packets  {} values  {:.0f} values/s  "
+                       "{} CTR gaps  {} kernel drops  {} waiting{}\n",
+                       now.seconds, now.messages.datagrams, now.messages.daqPackets, now.values,
+                       static_cast<double>(now.values - before.values) / interval,
+                       now.messages.gaps, now.losses.kernelDrops, now.waiting, remarks(now));
+}
+
+std::string variable_table() {
+    const auto& variables = VariableStore::instance().variables();
+    std::size_t width = 8;
+    for (const Variable& variable : variables)
+        width = std::max(width, variable.name().size());
+    std::string text;
+    const auto out = std::back_inserter(text);
+    fmt::format_to(out, "{:{}}  {:>22}  {:>21}  {:>10}\n", "variable", width, "value",
+                   "sample time (s)", "updates");
+    for (const Variable& variable : variables) {
+        const Sample sample = variable.read();
+        fmt::format_to(out, "{:{}}  {:>22}  {:>21}  {:>10}\n", variable.name(), width,
+                       value_text(sample), time_text(sample), sample.updates);
+    }
+    if (const std::size_t unbound = unbound_entries(); unbound > 0)
+        fmt::format_to(out, "fillers: {} (entries of the table that no variable takes)\n", unbound);
+    return text;
+}
+
+std::string closing_counts(const RunCounts& counts) {
+    const MessageCounts& m = counts.messages;
+    std::string text;
+    const auto out = std::back_inserter(text);
+    fmt::format_to(out, "datagrams     {} ({} bytes)\n", m.datagrams, m.bytes);
+    fmt::format_to(out, "messages      {}\n", m.messages);
+    fmt::format_to(out, "DAQ packets   {}\n", m.daqPackets);
+    fmt::format_to(out, "values        {}\n", counts.values);
+    fmt::format_to(out, "rate          {:.0f} values/s over {:.1f} s\n",
+                   static_cast<double>(counts.values) / std::max(counts.seconds, 1e-3),
+                   counts.seconds);
+    fmt::format_to(out, "CTR gaps      {} ({} messages missing, {} late, {} repeated)\n", m.gaps,
+                   m.missing, m.late, m.repeated);
+    fmt::format_to(out, "kernel drops  {}\n", counts.losses.kernelDrops);
+    fmt::format_to(out, "priority      {} of the worker (recorded, not applied)\n",
+                   halmor_standin::recorded_priority());
+    if (m.cutOff > 0)
+        fmt::format_to(out, "cut off       {} datagrams end inside a message\n", m.cutOff);
+    if (counts.losses.foreign > 0)
+        fmt::format_to(out, "not taken     {} datagrams from elsewhere\n", counts.losses.foreign);
+    if (counts.failures > 0)
+        fmt::format_to(out, "not taken     {} datagrams: out of memory\n", counts.failures);
+    if (counts.waiting > 0)
+        fmt::format_to(out, "not decoded   {} frames\n", counts.waiting);
+    return text;
+}
+
+std::vector<std::string> doubts(const RunCounts& counts, const SampleTimeWatch& times,
+                                const PacketWatch& packets) {
+    std::vector<std::string> lines;
+    if (counts.messages.daqPackets == 0)
+        lines.emplace_back("no DAQ packet came");
+    if (anything_lost(counts))
+        lines.emplace_back("packets were lost (see the counts)");
+    if (counts.messages.late > 0)
+        lines.push_back(fmt::format("{} messages came out of order", counts.messages.late));
+    if (counts.messages.repeated > 0)
+        lines.push_back(fmt::format("{} messages came twice", counts.messages.repeated));
+    for (std::string& line : packets.doubts())
+        lines.push_back(std::move(line));
+    if (counts.untimed > 0)
+        lines.push_back(fmt::format("{} values without a sample time", counts.untimed));
+    if (times.jumps() > 0)
+        lines.push_back(fmt::format("the sample time jumped {} times", times.jumps()));
+    for (const SampleTimeWatch::Jump& jump : times.first_jumps())
+        lines.push_back(fmt::format("  at {}: from {}.{:09} to {}.{:09}", jump.variable,
+                                    jump.from.tv_sec, jump.from.tv_nsec, jump.to.tv_sec,
+                                    jump.to.tv_nsec));
+    if (const auto names = variables_updated(0); !names.empty())
+        lines.push_back("never updated: " + first_names(names));
+    if (const auto names = variables_updated(1); !names.empty())
+        lines.push_back("updated only once: " + first_names(names));
+    return lines;
+}
+
+std::string trust_text(const std::vector<std::string>& doubts) {
+    if (doubts.empty())
+        return "trust         yes: nothing was lost, every variable was updated, the sample time "
+               "ran on\n";
+    return fmt::format("trust         no:\n  {}\n", fmt::join(doubts, "\n  "));
+}
+
+} // namespace task

@@ -1,0 +1,49 @@
+#pragma once
+// Where the datagrams of a run come from.
+
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <vector>
+
+namespace task {
+
+// Payload of one datagram, valid during the call. Does not throw.
+using DatagramSink = std::function<void(const std::uint8_t*, std::uint64_t)>;
+
+class DatagramSource {
+  public:
+    virtual ~DatagramSource() = default;
+
+    // Begins to hand datagrams to the sink, on one thread of the source's own.
+    virtual void start(DatagramSink sink) = 0;
+
+    // After start(): where the datagrams come from, in a few words.
+    virtual std::string description() const = 0;
+
+    // Whether the sink may take its time: a file can wait, a slave cannot.
+    virtual bool can_wait() const = 0;
+
+    // Whether nothing more will come by itself: the end of a file, or an error.
+    virtual bool ended() const = 0;
+
+    // Hands on what has arrived, then ends the thread. A sink that waits must have been told to
+    // stop before.
+    virtual void stop() = 0;
+
+    // After stop(): throws Failure or io::FileError when the source had failed.
+    virtual void check() const = 0;
+
+    // What did not reach the sink.
+    struct Losses {
+        std::uint64_t kernelDrops = 0;
+        std::uint64_t foreign = 0; // from another address or port, or not UDP at all
+    };
+    virtual Losses losses() const = 0;
+
+    // After stop(), when all that was handed on has been decoded: a line for each variable that has
+    // not got what the source knows it has sent. Most sources know nothing.
+    virtual std::vector<std::string> missing_values() const { return {}; }
+};
+
+} // namespace task
