@@ -53,7 +53,7 @@ class RatioReporter : public benchmark::BenchmarkReporter {
 
     void Finalize() override {
         std::printf("%-11s %-31s %11s %9s %6s   %s\n", "benchmark", "case", "library ns",
-                    "floor ns", "ratio", "to reach");
+                    "floor ns", "ratio", "target");
         for (const MeasuredRow& row : rows)
             print(row);
     }

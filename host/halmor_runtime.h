@@ -7,7 +7,7 @@
 /// Rules for all of them:
 /// - C linkage. Texts are zero-terminated byte strings; a buffer that receives a text belongs to
 ///   the caller.
-/// - None throws. A failure is told by the result alone.
+/// - None throws. A failure shows in the result alone.
 /// - set_daq_integer and set_daq_real are called by the library's worker thread, SrrClockGettime
 ///   and one setprio too; everything else by the thread that registers and configures the task.
 
@@ -59,10 +59,13 @@ void set_daq_real(DaqVariable* variable, double value, const timespec* sampleTim
 // ---- spec-file parser ----
 
 /// Finds the section `key` and reads its first line into `line` (1024 bytes, so at most 1023
-/// characters). Result: above 0 a line; 0 a last line without a line end; below 0 no such section.
+/// characters). Result: below 0 no such section; else there is a line, and above 0 there may be
+/// more. What a value says beyond its sign, where a search begins and what a key line looks like is
+/// the runtime's choice; a spec file that gives its sections in the order in which the library asks
+/// for them suits any.
 std::int16_t get_1st_line(std::FILE* file, char* line, const char* key);
 
-/// Reads the next line into `line`. Result: as for get_1st_line; below 0 at the end of the file.
+/// Reads the next line into `line`. Result: as get_1st_line's; below 0 at the end of the file.
 std::int16_t get_next_line(std::FILE* file, char* line);
 
 /// Splits `line` into at most `maxTokens` tokens; token k (from 1) goes, zero-terminated, to
@@ -84,7 +87,7 @@ std::int16_t link_to_memory(int which, std::int32_t* received);
 /// Makes the caller a session of its own.
 int _setsid();
 
-/// Joins a layer of the runtime's processes.
+/// Joins a layer of the runtime's processes, whatever the runtime means by it.
 int join_layer(int layer);
 
 /// Task id of the caller.
@@ -100,8 +103,9 @@ int copyn(const char* sourcePath, int sourceLine, char* to, const char* from, in
 /// Sets the priority of `who` (0 = the caller).
 int setprio(int who, int priority);
 
-/// Attaches to a global event of the runtime and stores its handle in *event. Result: 0 success.
-std::int16_t event_attach(const char* name, int size, std::int32_t* event);
+/// Attaches to a global event of the runtime and stores its handle in *event; `argument` means
+/// something to the runtime only. Result: 0 success.
+std::int16_t event_attach(const char* name, int argument, std::int32_t* event);
 
 /// Registers a name with the message layer. Result: its id, -1 on failure.
 std::int16_t SrrNameAttach(int node, const char* name);

@@ -6,7 +6,7 @@
 
 namespace task {
 
-// Throws Failure; no thread is left behind then.
+// Throws Failure; no thread goes on then.
 ExitStatus run(const Options& options);
 
 } // namespace task

@@ -12,7 +12,7 @@ class TerminationSignals {
   public:
     TerminationSignals();
 
-    // Waits at most so long for a signal that no earlier call has told of; true when one came.
+    // Waits at most so long for a signal that no earlier call has answered for; true when one came.
     bool wait(std::chrono::milliseconds longest);
 
     // Whether nothing is to be waited for any more: after a second signal, or after hurry(), for a

@@ -1,7 +1,8 @@
 #!/bin/bash
-# The documents are true: the example files stand in them as they are, and their commands (blocks
-# marked sh, and the examples of the manual page) end in order when a reader types them into a copy
-# of the project. Usage: documents_test.sh BUILD PROJECT
+# The documents are true: the example files stand in them as they are, the fixed texts of the messages
+# page stand in the sources, and the commands (blocks marked sh, and the examples of the manual page)
+# end in order when a reader types them into a copy of the project.
+# Usage: documents_test.sh BUILD PROJECT
 set -eu
 build=$1 project=$2
 place=$(mktemp -d)
@@ -22,6 +23,16 @@ docs/formats.md examples/engine.variables
 docs/writing-a-task.md examples/minimal_task.cpp
 docs/writing-a-task.md tests/consumer/CMakeLists.txt
 PAIRS
+
+# Between placeholders, numbers and keys; literals that the sources break over lines are put together.
+sources=$(cat {xcp_daq,io,host/standin,task,task/*}/*.{h,cpp} 2>/dev/null | tr '\n' '\r' |
+    sed -E 's/\\"/\x01/g; s/"[[:space:]\r]*"//g; s/\x01/"/g' | tr '\r' '\n')
+texts=$(grep '^|' docs/messages.md | cut -d '|' -f 2,3 | grep -oE '`[^`]+`' | tr -d '`' |
+    sed -E 's/<[^<>]*>|\.{3}|: |[0-9]+|@[A-Z0-9_]+/\n/g' | grep -E '[^ ]{2,} +[^ ]{2,}' | sort -u)
+[ "$(wc -l <<<"$texts")" -gt 100 ] || fail "the messages page has hardly any texts"
+while IFS= read -r text; do
+    [[ "$sources" == *"$text"* ]] || fail "no source has the text: $text"
+done <<<"$texts"
 
 mkdir -p "$place/home" "$place/copy/build"
 tar -c --exclude=./build --exclude=./.git . | tar -x -C "$place/copy"

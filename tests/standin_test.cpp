@@ -7,6 +7,7 @@
 
 #include <atomic>
 #include <cstring>
+#include <ctime>
 #include <thread>
 #include <vector>
 
@@ -32,7 +33,7 @@ TEST(VariableStore, AReaderNeverSeesHalfAWrite) {
             }
         });
     long writes = 0;
-    while (writes < 1000000 || reads < 10000) {
+    while (writes < 10000000 || reads < 10000) {
         ++writes;
         variable.write(static_cast<double>(writes), {writes, writes});
     }
@@ -68,6 +69,15 @@ TEST(VariableStore, KnowsOnlyWhatWasDefined) {
     EXPECT_NE(get_vrbl_adr(id), nullptr);
     EXPECT_EQ(get_vrbl_adr({{id.word[0], 0}}), nullptr) << "an identifier of somebody else's";
     EXPECT_THROW(store.define("r", VariableKind::integer, ""), std::invalid_argument);
+    store.define("s", VariableKind::real, std::string(49, 'x'));
+    EXPECT_THROW(store.define("t", VariableKind::real, std::string(50, 'x')),
+                 std::invalid_argument);
+}
+
+TEST(TaskServices, ClockFiveHasTheTimeOfDay) {
+    timespec now{};
+    SrrClockGettime(5, &now);
+    EXPECT_NEAR(static_cast<double>(now.tv_sec), static_cast<double>(std::time(nullptr)), 5);
 }
 
 TEST(VariableStore, TakesEveryIntegerExactly) {

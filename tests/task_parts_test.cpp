@@ -58,7 +58,7 @@ std::string capture_of(std::uint32_t linkType, const std::vector<Bytes>& frames)
 // An IPv4 packet from 10.0.0.5:1000 that carries one byte.
 Bytes ipv4(std::uint8_t payload, std::uint8_t lastAddressByte = 5, std::uint8_t fragment = 0,
            std::uint8_t protocol = 17) {
-    return {0x46,      0,           0, 33, 0,  0, fragment, 0,
+    return {0x46,      0,           0, 33, 0,  0, fragment, fragment,
             64,        protocol,    0, 0,  10, 0, 0,        lastAddressByte,
             10,        0,           0, 9,  1,  1, 1,        1, // an option of 4 bytes
             1000 >> 8, 1000 & 0xFF, 0, 9,  0,  9, 0,        0,
@@ -96,13 +96,14 @@ TEST(Capture, TakesTheSlavesDatagramsFromEveryLinkLayer) {
                                              after(ethernet, ipv4(2, 6)),
                                              after(vlan, ipv4(3)),
                                              after(ethernet, ipv4(4, 5, 0x20)),
+                                             after(ethernet, ipv4(4, 5, 0x01)),
                                              after(ethernet, ipv4(5, 5, 0, 6)),
                                              after(ipv6, ipv4(6)),
                                              {},
                                              Bytes(13),
                                              Bytes(17),
                                              ethernet}));
-    EXPECT_EQ(payloads_in(mixed.path()), std::pair(Bytes({1, 3}), std::uint64_t{8}));
+    EXPECT_EQ(payloads_in(mixed.path()), std::pair(Bytes({1, 3}), std::uint64_t{9}));
     for (const auto& [type, link] : {std::pair(113U, header(16, 14, 0x08)),
                                      {276U, header(20, 0, 0x08)},
                                      {101U, Bytes()},
@@ -135,7 +136,7 @@ TEST(TextFiles, NameTheLineThatIsWrong) {
         {table, "a,0,0,0,1\n",
          ":1: expected 6 fields (a measurement) or 9 (a conversion), found 5"},
         {table, "a,0,0,0,1,0\nb,0,x,0,1,0\n", ":2: field 3 is no integer: \"x\""},
-        {table, "a,0,0,0,1,256\n", ":1: field 6 is no number from 0 to 255: \"256\""},
+        {table, "# comment\n\na,0,0,0,1,256\n", ":3: field 6 is no number from 0 to 255: \"256\""},
         {table, "a,0,0,0,99999999999,0\n", ":1: field 5 is no integer: \"99999999999\""},
         {table, ",0,0,0,1,0\n", ":1: no measurement name"},
         {table, "a,0,0,0,1,0\na,0,0,1.5x,0,0,0,0,0\n", ":2: field 4 is no number: \"1.5x\""},
@@ -147,10 +148,12 @@ TEST(TextFiles, NameTheLineThatIsWrong) {
         {variables, "\na Real", ":2: kind must be integer or real, found Real"},
         {variables, "a real\nb real\na integer\n", ":3: variable defined twice: a"},
         {variables, "a real " + x50, ":1: task name longer than 49 characters"},
-        {spec, server + "@LIST1\nl DAQ t\na b -\na b c 4 ignored\n$\nanything goes here\n", ""},
+        {spec, server + "@LIST1\nl DAQ t\na b -\na b c 4 ignored\n$\nanything goes\n", ""},
         {spec, "@REG_NAME\nname\n", ": no section @XCP_SERVER"},
         {spec, "@XCP_SERVER\n\n", ":2: no server"},
         {spec, "@XCP_SERVER\n$\n", ":1: no server"},
+        {spec, "@XCP_SERVER\nhost, port\n$\n",
+         ":2: expected ADDRESS:PORT, with a port from 1 to 65535"},
         {spec, server + "@A2L_FILE\n$\n", ":4: no A2L file"},
         {spec, server + "@LIST2\nl DAQ\n$\n", ":5: a list begins with NAME RESOURCE TRIGGER"},
         {spec, server + "@LIST2\n$\n", ":4: a list begins with NAME RESOURCE TRIGGER"},
@@ -294,6 +297,8 @@ TEST(MessageCounter, TellsGapsFromRepeats) {
     EXPECT_EQ(losses_of({65534, 65535, 0, 1}), std::tuple(0U, 0U, 0U, 0U)) << "anywhere, wraps";
     EXPECT_EQ(losses_of({65535, 2, 3, 5}), std::tuple(2U, 3U, 0U, 0U));
     EXPECT_EQ(losses_of({7, 8, 8, 9, 7}), std::tuple(0U, 0U, 0U, 2U));
+    EXPECT_EQ(losses_of({0x8000, 0}), std::tuple(1U, 0x7FFFU, 0U, 0U)) << "the furthest future";
+    EXPECT_EQ(losses_of({0x8000, 1}), std::tuple(0U, 0U, 0U, 1U)) << "the furthest past";
     EXPECT_EQ(losses_of({65534, 1, 0, 2, 65535, 0}), std::tuple(1U, 0U, 2U, 1U)) << "then again";
 
     std::vector<std::uint16_t> twoRounds = {9, 11};
@@ -409,7 +414,8 @@ TEST(LiveTable, ShowsWhatFitsAndWhatHappened) {
 
 TEST(CsvRecorder, NeverWaitsForADiskThatCannotFollow) {
     std::signal(SIGPIPE, SIG_IGN);
-    auto& variable = VariableStore::instance().define("a,\"b", VariableKind::real, "");
+    auto& variable = VariableStore::instance().define("a\"b", VariableKind::real, "");
+    VariableStore::instance().define("c,d", VariableKind::real, "");
     const TemporaryFile place;
     std::filesystem::remove(place.path());
     ASSERT_EQ(mkfifo(place.path().c_str(), 0600), 0);
@@ -421,7 +427,8 @@ TEST(CsvRecorder, NeverWaitsForADiskThatCannotFollow) {
         recorder.take(variable, 0.5, {i / 2, 7}); // two of each time
     std::string start(64, '\0');
     ASSERT_EQ(read(reader, start.data(), start.size()), 64);
-    EXPECT_TRUE(start.starts_with("sample_time,\"a,\"\"b\"\n0.000000007,0.5\n0.000000007,0.5\n"));
+    EXPECT_TRUE(
+        start.starts_with("sample_time,\"a\"\"b\",\"c,d\"\n0.000000007,0.5,\n0.000000007,"));
     close(reader);
     try {
         recorder.close();

@@ -59,8 +59,7 @@ std::string line_after(const std::string& text, const std::string& start) {
 }
 
 TEST(Task, ReportsWhatARecordingHolds) {
-    const auto end =
-        run_task(recording({"--pcap", data + "/slave_excerpt.pcap", "--pace", "max", "--strict"}));
+    const auto end = run_task(recording({"--pcap", data + "/slave_excerpt.pcap", "--strict"}));
     EXPECT_EQ(end.status, 0);
     EXPECT_EQ(end.errors, "");
     auto rows = table_of(end.output);
@@ -71,7 +70,7 @@ TEST(Task, ReportsWhatARecordingHolds) {
     EXPECT_TRUE(has(end.output,
                     "\nfillers: 7 \\(entries of the table that no variable takes\\)\n"
                     "datagrams     27 \\(128928 bytes\\)\nmessages      5310\nDAQ packets   5308\n"
-                    "values        20220\nrate          \\d+ values/s over [0-9.]+ s\n"
+                    "values        20220\nrate          \\d+ values/s over [1-9][0-9.]* s\n"
                     "CTR gaps      0 \\(0 messages missing, 0 late, 0 repeated\\)\n"
                     "kernel drops  0\npriority      22 .*\ntrust         yes: .*\n$"))
         << end.output;
@@ -170,30 +169,33 @@ TEST(TaskTrust, LosesItToPacketsThatDoNotFitTheTable) {
         EXPECT_TRUE(has(end.output, "\ntrust         " + c.doubts + "\n$")) << end.output;
         EXPECT_EQ(end.output.find("daqNum"), std::string::npos) << "the library did not get it";
     }
+    const TemporaryFile frames(padded);
+    EXPECT_EQ(run_task(with(list.path(), layout.path(), {"--replay", frames.path()})).status, 0)
+        << "only --strict minds";
 }
 
 TEST(Task, ReceivesFromTheNetworkUntilItIsSignalled) {
-    const io::UdpSocket slave(io::parse_endpoint("127.0.0.1:0"));
-    const TemporaryFile list("@XCP_SERVER\n127.0.0.1 " + std::to_string(slave.local().port) +
+    const io::UdpSocket slave(io::parse_endpoint("127.0.0.2:0"));
+    const io::UdpSocket stranger(io::parse_endpoint("127.0.0.2:0"));
+    const std::string port = std::to_string(slave.local().port);
+    const TemporaryFile list("@XCP_SERVER\n127.0.0.2 " + port +
                              "\n$\n@LIST1\nfast DAQ event\nspeed - -\n$\n");
     const TemporaryFile layout("speed,0,0,0,2,0\nspeed,0,0,1,0,0,1,0,100000\n");
-    TaskProgram task(with(list.path(), layout.path(), {"--listen", "127.0.0.1:0", "--strict"}));
-    ASSERT_TRUE(task.await_output(" on 127.0.0.1:") && task.await_output("\n"));
-
-    // The first line has the port that the system chose.
-    std::smatch match;
-    ASSERT_TRUE(std::regex_search(task.text(), match, std::regex("on (127.0.0.1:\\d+)\n")));
-    const io::UdpEndpoint master = io::parse_endpoint(match[1]);
+    TaskProgram task(with(list.path(), layout.path(), {"--strict"}));
+    ASSERT_TRUE(task.await_output(" on 127.0.0.1:" + port + "\n")) << "the server's port";
+    const io::UdpEndpoint master = io::parse_endpoint("127.0.0.1:" + port);
+    stranger.send(master, table::message({0, 0, 9, 9}));
     for (const int n : {1, 2, 4})
         slave.send(master, table::message({0, 0, static_cast<std::uint8_t>(n), 1},
                                           static_cast<std::uint16_t>(n)));
-    ASSERT_TRUE(task.await_output(" waiting  misfit\n")) << "there is no sample time";
-    task.signal(SIGTERM);
+    ASSERT_TRUE(task.await_output(" waiting  misfit  1 datagrams from")) << "no sample time";
+    task.signal(SIGINT);
     const auto end = task.wait();
     EXPECT_EQ(end.status, 2);
     EXPECT_TRUE(has(end.output, "trust         no:\n  packets were lost"));
     EXPECT_EQ(table_of(end.output)["speed"], Row("260", "3")) << "what had arrived counts";
-    EXPECT_TRUE(has(end.output, "CTR gaps      1 \\(1 messages missing, 0 late, 0 repeated\\)"));
+    EXPECT_TRUE(has(end.output, "CTR gaps      1 \\(1 messages missing, 0 late, 0 repeated\\)\n"
+                                "kernel drops  0\n(.*\n)?not taken     1 datagrams from"));
 }
 
 // ---- bad input ----
@@ -225,7 +227,7 @@ TEST(Task, RefusesBadInputWithOneLine) {
         {engine({"--listen", inUse}), 4, "cannot listen on " + inUse + ": Address already in use"},
         {with("/nonexistent", engine_table, {}), 3, "/nonexistent: No such file or directory"},
         {with(badSpec.path(), engine_table, {}), 3,
-         badSpec.path() + ": @XCP_SERVER: port outside 0 to 65535: 70000"},
+         badSpec.path() + ":2: expected ADDRESS:PORT, with a port from 1 to 65535"},
         {with(emptySpec.path(), engine_table, {}), 3, emptySpec.path() + ":4: no A2L file"},
         {with(spec, badTable.path(), {}), 3,
          badTable.path() + ":2: expected 6 fields .a measurement. or 9 .a conversion., found 2"},
@@ -283,26 +285,24 @@ TEST(TaskRegistration, WithoutARuntimeTheTaskEnds) {
 
 // ---- logs, dump, replay, recording ----
 
-TEST(TaskFiles, ARecordedRunReplaysToTheSameValues) {
+TEST(TaskFiles, ADumpReplaysToTheSameValues) {
     const TemporaryFile log;
     const TemporaryFile measurements;
     const auto recorded =
-        run_task(engine({"--variables", variables, "--simulate", "--seconds", "1", "--dump",
-                         "--log", log.path(), "--measurement-log", measurements.path()}));
+        run_task(recording({"--pcap", data + "/slave_excerpt.pcap", "--pace", "max", "--dump",
+                            "--measurement-log", measurements.path()}));
     ASSERT_EQ(recorded.status, 0) << recorded.errors;
     const std::string dump = line_after(recorded.output, "dump in ");
-    const auto replayed = run_task(
-        with(spec, measurements.path(), {"--variables", variables, "--replay", dump, "--strict"}));
+    const auto replayed = run_task(with(data + "/slave.spec", measurements.path(),
+                                        {"--replay", dump, "--log", log.path(), "--strict"}));
     ASSERT_EQ(replayed.status, 0) << replayed.errors;
     unlink(dump.c_str());
 
-    const Rows rows = table_of(recorded.output);
-    EXPECT_EQ(rows, table_of(replayed.output));
-    EXPECT_EQ(rows.size(), 10U);
-    EXPECT_EQ(line_after(replayed.output, "\nDAQ packets "),
-              line_after(recorded.output, "\nDAQ packets "));
+    EXPECT_EQ(table_of(recorded.output), table_of(replayed.output));
+    EXPECT_EQ(table_of(recorded.output).size(), 25U);
+    EXPECT_TRUE(has(replayed.output, "\nDAQ packets   5308\n"));
     EXPECT_TRUE(measurements.text().ends_with("\n---------\n"));
-    EXPECT_TRUE(has(log.text(), "Halmor Variable Name: engSpeed found \n"));
+    EXPECT_TRUE(has(log.text(), "Halmor Variable Name: f_n found \n"));
     EXPECT_TRUE(has(log.text(), "\nDAQ Count 3\n")) << "the report";
     EXPECT_TRUE(has(log.text(), "\nStopped Logging[-0-9 ]+\n$"));
 }
@@ -386,8 +386,8 @@ TEST(TaskFiles, ASecondSignalEndsWhateverWaits) {
     TaskProgram task(
         recording({"--pcap", capture.path(), "--pace", "max", "--record", place.path()}));
     ASSERT_TRUE(task.await_output(" 0 values/s"));
-    task.signal(SIGINT);
     task.signal(SIGTERM);
+    task.signal(SIGINT);
     const auto end = task.wait();
     close(reader);
     EXPECT_EQ(end.status, 3);
@@ -395,7 +395,7 @@ TEST(TaskFiles, ASecondSignalEndsWhateverWaits) {
         end.errors, std::regex("xcp_daq_task: .*: \\d+ lines were not written: the run was told "
                                "not to wait for the file; .*\n")))
         << end.errors;
-    EXPECT_TRUE(has(end.output, "trust         no:\n"));
+    EXPECT_TRUE(has(end.output, "not decoded   \\d+ frames\ntrust         no:\n  packets were"));
 }
 
 // ---- --check ----
@@ -405,7 +405,7 @@ TEST(TaskCheck, NamesWhatWouldNotDecode) {
                               "short -\n$\n@LIST1\n");
     const TemporaryFile kinds("a real\nb integer\nc integer\n");
     const TemporaryFile layout("a,0,0,0,3,0\na,0,0,0,2,0\nb,0,0,3,2,0\nx,0,0,2,1,0\n"
-                               "b,4,192,0,4,0\nfiller,0,1,0,3,0\na,0,0,1,0,0,0,0,0\n"
+                               "b,4,192,0,4,0\nfiller,0,191,0,3,0\na,0,0,1,0,0,0,0,0\n"
                                "c,1,0,0,1,0\nc,1,0,1,-40,0,0,-40,120\n");
     const auto end =
         run_task(with(lists.path(), layout.path(), {"--variables", kinds.path(), "--check"}));

@@ -7,6 +7,7 @@
 #include <sys/socket.h>
 
 #include <chrono>
+#include <functional>
 #include <system_error>
 #include <thread>
 #include <vector>
@@ -91,8 +92,8 @@ TEST(UdpSocket, AnswersToWhereAMessageCameFrom) {
 
 TEST(UdpEndpoint, NamesWhatIsWrong) {
     EXPECT_EQ(to_text(parse_endpoint("127.0.0.1:5555")), "127.0.0.1:5555");
-    for (const char* text : {"127.0.0.1", "127.0.0.1:", "127.0.0.1:x", "127.0.0.1:1x", ":5",
-                             "127.0.0.1:65536", "no such host:5"})
+    for (const char* text : {"127.0.0.1", "127.0.0.1:", "127.0.0.1:x", "127.0.0.1:1x",
+                             "127.0.0.1:-5", ":5", "127.0.0.1:65536", "no such host:5"})
         EXPECT_THROW(parse_endpoint(text), std::invalid_argument) << text;
 }
 

@@ -64,16 +64,16 @@ struct alignas(128) odt_table_entry {
     /// Offset of the value's first byte in a packet without timestamp. Saturates at the limits of
     /// its type, so that a table of any sizes lays out without overflow.
     std::int32_t firstByte = 0;
-    std::int32_t lastByte = 0;      ///< offset of the last byte, likewise
+    std::int32_t lastByte = 0;      ///< offset of the last byte; saturates like firstByte
     std::uint8_t daqMode = 0;       ///< DAQ list mode; MODE_TIMESTAMP is looked at on entry 0
     std::int32_t byteOrder = 0;     ///< 0: bytes are reversed (most significant first on the wire)
     std::string name;               ///< of the measurement and of the Halmor variable
     std::int32_t computeInt1 = 0;   ///< stored for the caller, not used
-    double factor = 0.0;            ///< value = raw * factor + offset, then limited
-    double offset = 0.0;            ///< added after the factor
+    double factor = 0.0;            ///< of the conversion that addComputeMethod describes
+    double offset = 0.0;            ///< added to raw * factor
     std::int32_t computeInt2 = 0;   ///< stored for the caller, not used
-    double lowerLimit = 0.0;        ///< least value that is written
-    double upperLimit = 0.0;        ///< largest value that is written
+    double lowerLimit = 0.0;        ///< looked at after the upper limit
+    double upperLimit = 0.0;        ///< looked at first
     DaqVariable* hostVar = nullptr; ///< null when the host has no such variable
 };
 static_assert(alignof(odt_table_entry) == 128);
@@ -153,9 +153,10 @@ XCP_DAQ_EXPORT extern std::mutex XCPDAQAppData_mutex;
 
 XCP_DAQ_EXPORT extern char Registered_name[50]; ///< from the spec file's `@REG_NAME`
 
-/// Not used by the library, which defines them weakly: a definition in the process comes first.
+/// Not used by the library. Defined weakly: a definition that comes earlier in the dynamic linker's
+/// search order, such as the program's own, takes its place.
 XCP_DAQ_EXPORT extern std::int16_t Spec_file_line_count;
-/// Likewise.
+/// Not used by the library, and as weak as Spec_file_line_count.
 XCP_DAQ_EXPORT extern std::int16_t Override_enable;
 
 XCP_DAQ_EXPORT extern const std::uint64_t MAX_TIME_DAQ_COUNT_VALUE; ///< 2^32 - 1
@@ -182,12 +183,16 @@ class XCP_DAQ_EXPORT api_xcp_daq {
     static int getNumberDAQLists(); ///< 4, whatever is configured
     static int getNumberSTIMList(); ///< 4, whatever is configured
 
-    /// Stores both texts, opens filePath + fileName as appData.specFile (kept open, not read) and
-    /// tells whether that worked.
+    /// Stores both texts and opens filePath + fileName as appData.specFile, which is kept open and
+    /// not read. Result: whether that worked.
     bool setSpecFileName(const std::string& fileName, const std::string& filePath);
 
     /// Adds what the spec file holds to appData. False when the file cannot be opened or has no
-    /// "@XCP_SERVER" section; everything else that is wrong is told in appData.logFile only.
+    /// "@XCP_SERVER" section. Of what else may be wrong, appData.logFile gets a message for a blank
+    /// "@REG_NAME" line, a missing A2L section, a header or measurement line that is too short, and
+    /// a resource that is none. Without a message pass: a missing "@REG_NAME" section or one whose
+    /// first line begins with "$", a server line without a port, a blank A2L line, a missing list,
+    /// words that are cut (registration name 49, A2L words 255, variables 80, tags 16 characters).
     static bool readSpecs(const char* specPath);
 
     /// Copies one list's resource, trigger and names; an index outside 0 to 3 leaves the record
@@ -202,7 +207,7 @@ class XCP_DAQ_EXPORT api_xcp_daq {
     static halVarInfo* getHalVarVecPtr(int list, int index);
 
     /// Adds one entry at (daqNum, odtNum, odtEntryIndex) and binds it to the Halmor variable
-    /// `name`. Entries of one ODT are added in index order from 0: each starts behind its
+    /// `name`. Entries of one ODT are added in index order from 0: each starts right after its
     /// predecessor, entry 0 at byte 2. A variable that the host does not have leaves the entry
     /// unbound, without a message. Ignored for a list outside 0 to 3.
     static void addMeasurement(const std::string& name, int daqNum, int odtNum, int odtEntryIndex,
@@ -210,13 +215,29 @@ class XCP_DAQ_EXPORT api_xcp_daq {
 
     /// Sets the conversion of a measurement added before; unknown names and lists outside 0 to 3
     /// are ignored. Until then every value of the measurement is 0.
+    ///
+    /// With `byteOrder` 0 the raw value has its most significant byte first. A variable that is no
+    /// integer gets raw * factor + offset, limited by upperLimit and after it by lowerLimit. For an
+    /// integer variable, whole numbers are cut on the way, by the size of the raw value:
+    /// - 1 byte: raw * factor + offset to its low 8 bits, then limited;
+    /// - 2 bytes: raw * factor to its low 16 bits, plus offset, to its low 32 bits, limited as an
+    ///   unsigned number, then to its low 16 bits;
+    /// - 4 bytes: raw * factor + offset to its low 32 bits, limited as an unsigned number;
+    /// - 8 bytes: raw * factor + offset and both limits as unsigned 64-bit numbers, limited; the
+    /// low
+    ///   32 bits are written.
+    ///
+    /// So a negative value before limiting comes out wrong at every size: raw 10, factor 1, offset
+    /// -40 and limits -40 to 120 write 120, not -30. So do 200 * 2 in 1 byte (144), 40000 * 2 in 2
+    /// bytes (14464), and negative limits in 2 bytes (-100 to -50 write 65486).
     static void addComputeMethod(const std::string& name, int daqNum, int computeInt1,
                                  double factor, double offset, int computeInt2, int byteOrder,
                                  double lowerLimit, double upperLimit);
 
     /// Decodes one DAQ packet (PID first) into host variables, stamped with the running sample
     /// time; *firstSampleTime is the time that the first timestamped packet stands for, or null.
-    /// For the worker; not reentrant. Packets that fit no ODT are told on standard output.
+    /// For the worker; not reentrant. A packet of an unknown list or ODT prints a line on standard
+    /// output. Does not allocate.
     static void processFrame(const std::vector<std::uint8_t>& frame, timespec* firstSampleTime);
 
     /// Starts the one worker of the process; without effect while any object's worker runs.
@@ -257,7 +278,8 @@ class XCP_DAQ_EXPORT api_xcp_daq {
     static bool openReadFrameData();
 
     /// Appends the bytes of the next frame of frameReplayFile to *frame; `size` is not read.
-    /// Result: the number of bytes, 0 at the end of the file. One thread at a time.
+    /// Result: the number of bytes; 0 at the end of the file, when no file is open or reading has
+    /// failed, and for a record without values. One thread at a time.
     static std::int64_t readFrameData(std::vector<std::uint8_t>* frame, unsigned long size);
 
   private:
@@ -276,15 +298,18 @@ extern "C" {
 /// kept. Any thread. Throws std::bad_alloc; the packets before it stay queued.
 XCP_DAQ_EXPORT void api_xcp_daq_push_frame(const std::uint8_t* data, std::uint64_t length);
 
-/// Binds a name to a new descriptor, stored in *var and owned by the caller. Result: 0; -1 null
-/// name; 46 no descriptor could be made; else the status of the host's find_variable.
+/// Binds a name to a new descriptor, stored in *var and owned by the caller, who may free it with
+/// `delete static_cast<DaqVariable*>(*var)`. Result: 0; -1 null name; 46 no descriptor could be
+/// made; else the status of the host's find_variable. *var is written for 0 only.
 XCP_DAQ_EXPORT int HMAPI_DAQ_find_var(const char* name, void** var);
 
 /// Advances *corrected by the progress of the slave's 32-bit nanosecond clock since *lastTimestamp,
-/// across wraps, or to the host's clock after a pause of more than 3 s. The first call that finds
-/// *lastTimestamp 0 and *corrected {0, 0} sets *corrected to *base, unless base is null. Result:
-/// nanoseconds, the progress without the whole seconds of a wrap, or the length of the pause.
-/// Not reentrant.
+/// across wraps, or sets it to the host's clock after a pause. A pause is one after which the
+/// seconds of the host's clock are more than 3 above those of the call before, and which the wrap
+/// does not account for: 3.1 s may be one, 3.999999999 s may pass for none. The first call of the
+/// process, and no other, sets *corrected to *base when it finds *lastTimestamp 0 and *corrected
+/// {0, 0}, unless base is null. Result: nanoseconds, the progress without the whole seconds of a
+/// wrap, or the length of the pause. Not reentrant.
 XCP_DAQ_EXPORT std::int64_t calculate_rollover(std::uint32_t timestamp,
                                                std::uint32_t* lastTimestamp, timespec* corrected,
                                                timespec* base);

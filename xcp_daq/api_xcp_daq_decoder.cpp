@@ -6,6 +6,7 @@
 #include "xcp/message.h"
 
 #include <cinttypes>
+#include <cstring>
 
 namespace {
 

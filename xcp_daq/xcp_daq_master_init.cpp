@@ -13,8 +13,10 @@ namespace {
 
 constexpr const char* source_path = "xcp_daq/xcp_daq_master_init";
 constexpr std::int32_t not_registered = -1;
-constexpr int this_layer = 3;
-constexpr int event_size = 50;
+// What these mean is the host's business.
+constexpr int memory = 1;
+constexpr int layer = 3;
+constexpr int event_argument = 50;
 
 char Registered_name[50];
 
@@ -23,12 +25,12 @@ char Registered_name[50];
 std::int32_t xcp_daq_master_init(char* task_name, short priority, int* config_event, int*, int*,
                                  int*) {
     std::int32_t received = 0;
-    if (link_to_memory(1, &received) == 0) {
+    if (link_to_memory(memory, &received) == 0) {
         std::cout << "\n Halmor must be running to use this task " << std::endl;
         return not_registered;
     }
     _setsid();
-    join_layer(this_layer);
+    join_layer(layer);
     xcp_master_pid = get_TLS_tid();
 
     // The line numbers are part of the log entries, whatever line they stand in here.
@@ -40,7 +42,8 @@ std::int32_t xcp_daq_master_init(char* task_name, short priority, int* config_ev
     copyn(source_path, 111, Registered_name, task_name, sizeof Registered_name);
     if (priority >= 1 && priority <= 19)
         setprio(0, priority);
-    if (const std::int16_t status = event_attach("config", event_size, config_event); status != 0) {
+    if (const std::int16_t status = event_attach("config", event_argument, config_event);
+        status != 0) {
         log_error(source_path, 129, 2, -92, "couldn't attach to global config-status=%d", status);
         return not_registered;
     }

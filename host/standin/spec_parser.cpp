@@ -1,5 +1,6 @@
-// The line functions of the runtime's spec-file parser. A section's key stands as a whole word at
-// the start of its line; a search begins at the top of the file, so sections may come in any order.
+// The line functions of the runtime's spec-file parser. What the host leaves open is chosen here: a
+// section's key stands as a whole word at the start of its line; a search begins at the top of the
+// file, so sections may come in any order; 0 is the result for a last line without a line feed.
 
 #include "halmor_runtime.h"
 

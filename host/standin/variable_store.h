@@ -61,7 +61,7 @@ class Variable {
     std::atomic<std::int64_t> nanoseconds_ = 0;
 };
 
-// Is told of every write, on the writing thread.
+// Sees every write, on the writing thread.
 class WriteObserver {
   public:
     virtual ~WriteObserver() = default;

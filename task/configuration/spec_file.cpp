@@ -5,6 +5,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <charconv>
 #include <map>
 #include <string_view>
 
@@ -54,8 +55,8 @@ class SpecFileReader {
             return true;
         });
         check_name();
-        check_single("@XCP_SERVER", "no server");
-        check_single("@A2L_FILE", "no A2L file");
+        check_server();
+        single_line("@A2L_FILE", "no A2L file");
         if (!sections_.contains("@XCP_SERVER"))
             report(0, "no section @XCP_SERVER");
         for (std::size_t i = 0; i < std::size(list_keys); ++i)
@@ -110,8 +111,24 @@ class SpecFileReader {
         return &lines[0];
     }
 
-    void check_single(const std::string& key, const char* whatIsMissing) {
-        single_line(key, whatIsMissing);
+    // Address and port may stand together, as in ADDRESS:PORT. The library takes what is no number
+    // for port 0.
+    void check_server() {
+        const Line* line = single_line("@XCP_SERVER", "no server");
+        if (line == nullptr)
+            return;
+        std::string text = fmt::format("{}", fmt::join(line->words, " "));
+        std::replace_if(
+            text.begin(), text.end(), [](char c) { return c == ':' || c == ','; }, ' ');
+        const std::vector<std::string> words = io::words_of(text);
+        int port = 0;
+        if (words.size() > 1) {
+            const char* end = words[1].data() + words[1].size();
+            if (std::from_chars(words[1].data(), end, port).ptr != end)
+                port = 0;
+        }
+        if (port < 1 || port > 65535)
+            report(line->number, "expected ADDRESS:PORT, with a port from 1 to 65535");
     }
 
     void check_name() {

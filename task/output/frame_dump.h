@@ -12,7 +12,7 @@ class FrameDump {
   public:
     // Opens the file. Throws io::FileError.
     FrameDump();
-    ~FrameDump(); // as close(), without the error
+    ~FrameDump(); // closes the file, without a word about errors
 
     const std::string& path() const { return path_; }
 

@@ -34,6 +34,8 @@ void FrameFile::deliver_all(const std::stop_token& stop, const DatagramSink& sin
         if (api_xcp_daq::readFrameData(&frame, 0) == 0) {
             if (appData.frameReplayFile.eof())
                 return;
+            if (appData.frameReplayFile.bad())
+                throw FileError(path_, "cannot be read to its end");
             throw FileError(path_,
                             fmt::format("record {}: no values after the length line", record));
         }

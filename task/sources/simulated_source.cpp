@@ -59,7 +59,7 @@ void SimulatedSource::stop() {
 void SimulatedSource::check() const {
     receiver_->check();
     if (!slave_->error().empty())
-        throw Failure(ExitStatus::network, "the simulated slave " + slave_->error());
+        throw Failure(ExitStatus::network, "the simulated slave: " + slave_->error());
 }
 
 std::vector<std::string> SimulatedSource::missing_values() const {

@@ -5,6 +5,9 @@
 #include "udp_source.h"
 
 #include <memory>
+#include <set>
+#include <string>
+#include <vector>
 
 namespace task {
 
