@@ -1,30 +1,33 @@
-// Text out and in: report, end of logging, frame dump, replay.
+// Text out and in: report, numbers, end of logging, frame dump, replay.
 
 #include "api_xcp_daq.h"
 #include "temporary_file.h"
 
 #include <gtest/gtest.h>
 
-#include <filesystem>
+#include <ctime>
 #include <locale>
-#include <regex>
-
-#include <unistd.h>
+#include <sstream>
 
 namespace {
 
 using Bytes = std::vector<std::uint8_t>;
 
-// ---- report ----
+class Logs : public testing::Test {
+  protected:
+    api_xcp_daq object;
+    TemporaryFile log;
+    TemporaryFile measurements;
 
-TEST(Report, HasTwentyTwoLinesWhateverIsConfigured) {
-    const api_xcp_daq object;
-    const TemporaryFile log;
-    appData.logFile.open(log.path());
-    api_xcp_daq::dumpInfo();
-    EXPECT_EQ(log.text(), "") << "logging is off";
+    Logs() { open(); }
+    void open() {
+        appData.logFile = std::ofstream(log.path());
+        appData.measurementFile = std::ofstream(measurements.path());
+        appData.logEnabled = true;
+    }
+};
 
-    appData.logEnabled = true;
+TEST_F(Logs, TheReportHasTwentyTwoLinesWhateverIsConfigured) {
     appData.specFileName = "engine.spec";
     appData.specFilePath = "/specs/";
     appData.daqCount = 1;
@@ -33,6 +36,8 @@ TEST(Report, HasTwentyTwoLinesWhateverIsConfigured) {
     appData.daqList[1].daqName = "fast";
     appData.daqList[1].daqResource = "DAQ";
     appData.daqList[1].triggerName = "event";
+    api_xcp_daq::dumpInfo();
+    appData.logEnabled = false;
     api_xcp_daq::dumpInfo();
     const std::string empty = " DAQ Name    :  \n DAQ Resource:  \n DAQ TriggerName :  \n"
                               " MeasureMent List information: \n";
@@ -47,116 +52,115 @@ TEST(Report, HasTwentyTwoLinesWhateverIsConfigured) {
 
 class GroupingComma : public std::numpunct<char> {
     char do_decimal_point() const override { return ','; }
-    std::string do_grouping() const override { return "\3"; }
+    std::string do_grouping() const override { return "\1"; }
 };
 
-TEST(Report, TheHostsLocaleDoesNotReachTheLogs) {
-    appData.logFile.imbue(std::locale(std::locale::classic(), new GroupingComma));
-    appData.measurementFile.imbue(appData.logFile.getloc());
-    const api_xcp_daq object;
-    const TemporaryFile log;
-    const TemporaryFile measurements;
-    appData.logFile.open(log.path());
-    appData.measurementFile.open(measurements.path());
-    appData.logEnabled = true;
-    appData.serverPort = 5555;
-    api_xcp_daq::dumpInfo();
-    api_xcp_daq::addComputeMethod("m", 0, 1000, 1.5, 2000, 0, 0, 0, 0);
-    EXPECT_NE(log.text().find("Port: 5555\n"), std::string::npos);
-    EXPECT_EQ(measurements.text(), "m,0,1000,1.5000,2000.0000,0,0,0.0000,0.0000\n");
+TEST_F(Logs, HaveTheSameNumbersInWhateverLocaleTheTaskHasSet) {
+    std::string text = "@XCP_SERVER\nhost:5555\n@LIST1\nl DAQ t\n";
+    for (int i = 0; i < 10; ++i)
+        text += "m tag -\n";
+    const TemporaryFile spec(text);
+    const auto written = [&] {
+        const std::locale locale = appData.logFile.getloc();
+        api_xcp_daq::readSpecs(spec.path().c_str());
+        appData.daqCount = 10;
+        api_xcp_daq::dumpInfo();
+        api_xcp_daq::addMeasurement("m", 0, 10, 0, 10, 16);
+        api_xcp_daq::addMeasurement("m", 0, 10, 20, 10, 16);
+        api_xcp_daq::addComputeMethod("m", 0, 10, 10, 10, 10, 10, 10, 10);
+        EXPECT_EQ(appData.logFile.getloc(), locale);
+        EXPECT_EQ(appData.measurementFile.getloc(), locale);
+        appData.logFile.flush();
+        return log.text() + measurements.text();
+    };
+    const std::string plain = written();
+
+    const std::locale locale(std::locale::classic(), new GroupingComma);
+    open();
+    appData.logFile.imbue(locale);
+    appData.measurementFile.imbue(locale);
+    EXPECT_EQ(written(), plain);
+
+    std::locale::global(locale);
+    open(); // streams in place of the former
+    EXPECT_EQ(written(), plain);
 }
 
 // ---- end of logging ----
 
-class StopLog : public testing::Test {
-  protected:
-    api_xcp_daq object;
-    TemporaryFile log;
-    TemporaryFile measurements;
-
-    StopLog() {
-        appData.logFile.open(log.path());
-        appData.measurementFile.open(measurements.path());
-        appData.logEnabled = true;
-    }
-};
-
-TEST_F(StopLog, ClosesBothLogsWithTheirLastLines) {
-    EXPECT_EQ(api_xcp_daq::startlog(), 0);
-    EXPECT_TRUE(appData.logEnabled && appData.logFile.is_open() &&
-                appData.measurementFile.is_open());
-    appData.logFile << "x";
-    api_xcp_daq::stoplog();
-    EXPECT_EQ(measurements.text(), "---------\n");
-    EXPECT_TRUE(std::regex_match(
-        log.text(), std::regex("x\nStopped Logging\\d{2}-\\d{2}-20\\d{2} \\d{2}-\\d{2}-\\d{2}\n")));
-    EXPECT_FALSE(appData.logEnabled || appData.logFile.is_open() ||
-                 appData.measurementFile.is_open());
-    const std::string before = log.text();
-    api_xcp_daq::stoplog();
-    EXPECT_EQ(log.text(), before);
+std::string date_and_time(std::time_t time) {
+    std::tm parts{};
+    gmtime_r(&time, &parts);
+    char text[32];
+    std::strftime(text, sizeof text, "%d-%m-%Y %H-%M-%S", &parts);
+    return text;
 }
 
-TEST_F(StopLog, DoesNothingWhileLoggingIsOff) {
+TEST_F(Logs, CloseWithTheirLastLinesInLocalTime) {
+    // A day from Greenwich, on the side where the day's number is not the month's.
+    std::time_t time = std::time(nullptr);
+    std::time_t shift = std::time_t{24} * 60 * 60;
+    if (const std::string date = date_and_time(time + shift);
+        date.substr(0, 2) == date.substr(3, 2))
+        shift = -shift;
+    setenv("TZ", shift > 0 ? "East-24" : "West24", 1);
+    tzset();
+    EXPECT_EQ(api_xcp_daq::startlog(), 0);
+    EXPECT_TRUE(appData.logEnabled);
+    appData.logFile << "x";
+    api_xcp_daq::stoplog();
+    const auto expected = [&] { return "x\nStopped Logging" + date_and_time(time + shift) + "\n"; };
+    while (log.text() != expected() && time < std::time(nullptr))
+        ++time;
+    EXPECT_EQ(log.text(), expected());
+    EXPECT_EQ(measurements.text(), "---------\n");
+    EXPECT_FALSE(appData.logEnabled || appData.logFile.is_open() ||
+                 appData.measurementFile.is_open());
+}
+
+TEST_F(Logs, StayAsTheyAreWhenTheyAreOffOrHaveFailed) {
     appData.logEnabled = false;
     api_xcp_daq::stoplog();
     EXPECT_TRUE(appData.logFile.is_open() && appData.measurementFile.is_open());
-    EXPECT_EQ(log.text() + measurements.text(), "");
-}
-
-TEST_F(StopLog, LeavesALogThatHasFailedAlone) {
+    appData.logEnabled = true;
     appData.measurementFile.setstate(std::ios::badbit);
     appData.logFile.close();
     api_xcp_daq::stoplog();
     EXPECT_TRUE(appData.measurementFile.is_open());
-    EXPECT_EQ(measurements.text(), "");
+    EXPECT_EQ(log.text() + measurements.text(), "");
     EXPECT_FALSE(appData.logEnabled);
 }
 
 // ---- frame dump ----
 
-class FrameDump : public testing::Test {
-  protected:
+TEST(FrameDump, AppendsToTheFileOfTheProcess) {
     const std::string path = "/tmp/api_xcp_frame_daq_" + std::to_string(getpid()) + ".txt";
-    ~FrameDump() override { std::filesystem::remove_all(path); }
-
-    std::string text() const {
-        std::ifstream file(path);
-        return {std::istreambuf_iterator<char>(file), {}};
-    }
-};
-
-TEST_F(FrameDump, AppendsToTheProcesssFile) {
-    std::ofstream(path) << "old ";
-    EXPECT_TRUE(api_xcp_daq::closeFrameDataDump());
-    EXPECT_TRUE(api_xcp_daq::openFrameDataDump());
-    appData.frameDumpFile << "one ";
-    EXPECT_TRUE(api_xcp_daq::openFrameDataDump());
-    appData.frameDumpFile << "two ";
-    EXPECT_TRUE(api_xcp_daq::closeFrameDataDump());
-    EXPECT_FALSE(appData.frameDumpFile.is_open());
-    EXPECT_TRUE(api_xcp_daq::openFrameDataDump());
-    appData.frameDumpFile << "three";
-    EXPECT_TRUE(api_xcp_daq::closeFrameDataDump());
-    EXPECT_EQ(text(), "old one two three");
-}
-
-TEST_F(FrameDump, AFailedOpenLeavesTheStreamFailedAndCanBeTriedAgain) {
     std::filesystem::create_directory(path);
     EXPECT_FALSE(api_xcp_daq::openFrameDataDump());
     EXPECT_TRUE(appData.frameDumpFile.fail());
-    EXPECT_FALSE(appData.frameDumpFile.is_open());
+    EXPECT_TRUE(api_xcp_daq::closeFrameDataDump());
     std::filesystem::remove(path);
-    EXPECT_TRUE(api_xcp_daq::openFrameDataDump());
-    EXPECT_TRUE(appData.frameDumpFile.good());
+    std::ofstream(path) << "old ";
+    for (const char* text : {"one ", "two ", "three"}) {
+        EXPECT_TRUE(api_xcp_daq::openFrameDataDump());
+        EXPECT_TRUE(api_xcp_daq::openFrameDataDump());
+        appData.frameDumpFile << text;
+        EXPECT_TRUE(api_xcp_daq::closeFrameDataDump());
+        EXPECT_FALSE(appData.frameDumpFile.is_open());
+    }
+    std::ifstream file(path);
+    EXPECT_EQ(std::string(std::istreambuf_iterator<char>(file), {}), "old one two three");
+    std::filesystem::remove(path);
 }
 
 // ---- replay ----
 
 Bytes next_frame() {
-    Bytes frame;
+    Bytes frame = {0xEE};
     const std::int64_t result = api_xcp_daq::readFrameData(&frame, 1);
-    EXPECT_EQ(result, static_cast<std::int64_t>(frame.size()));
+    EXPECT_EQ(result + 1, static_cast<std::int64_t>(frame.size()));
+    EXPECT_EQ(frame.at(0), 0xEE) << "appended, never cleared";
+    frame.erase(frame.begin());
     return frame;
 }
 
@@ -166,7 +170,7 @@ TEST(Replay, ReadsRecordsAsTheyStand) {
         std::string text;
         std::vector<Bytes> frames; // and then nothing more
     };
-    const std::vector<Case> cases = {
+    const Case cases[] = {
         {"several lines, any case",
          "18 \n0,1,2,3,4,5,6,7,8,9,a,B,c,d,e,f\nfe,FF\n1 \n5\n",
          {{0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 0xFE, 0xFF}, {5}}},
@@ -192,58 +196,19 @@ TEST(Replay, ReadsRecordsAsTheyStand) {
         EXPECT_TRUE(next_frame().empty() && next_frame().empty()) << c.what;
         EXPECT_TRUE(appData.frameReplayFile.eof());
     }
-    const TemporaryFile file("1 \n5\n");
-    appData.frameReplayFile = std::ifstream(file.path());
-    Bytes frame = {0xEE};
-    EXPECT_EQ(api_xcp_daq::readFrameData(&frame, 0), 1);
-    EXPECT_EQ(frame, Bytes({0xEE, 5})) << "appended, never cleared";
 }
 
-TEST(Replay, AFileThatCannotBeReadEndsAtOnce) {
-    EXPECT_TRUE(next_frame().empty()) << "nothing was opened yet";
-    appData.frameReplayFile.clear();
-    appData.frameReplayFile.open("/tmp"); // a directory opens, but every read fails
-    EXPECT_TRUE(next_frame().empty());
-    EXPECT_TRUE(next_frame().empty());
-}
-
-// Made for one test, and only when there is nothing in its place.
-class FixedReplayFile {
-  public:
-    const std::filesystem::path path = "/specs/api_xcp_frame_daq_data.txt";
-
-    FixedReplayFile() {
-        std::error_code error;
-        folderMade_ = std::filesystem::create_directory(path.parent_path(), error);
-        mayMake_ = !std::filesystem::exists(path) && access(path.parent_path().c_str(), W_OK) == 0;
-    }
-    ~FixedReplayFile() {
-        std::error_code error;
-        if (mayMake_)
-            std::filesystem::remove(path, error);
-        if (folderMade_)
-            std::filesystem::remove(path.parent_path(), error);
-    }
-    bool may_make() const { return mayMake_; }
-
-  private:
-    bool folderMade_ = false;
-    bool mayMake_ = false;
+class FailsAfterItsText : public std::stringbuf {
+    using std::stringbuf::stringbuf;
+    int_type underflow() override { throw std::runtime_error("input/output error"); }
 };
 
-TEST(Replay, TheFixedFile) {
-    const FixedReplayFile fixed;
-    if (!fixed.may_make())
-        GTEST_SKIP() << fixed.path << " is there already or cannot be made";
-    EXPECT_FALSE(api_xcp_daq::openReadFrameData());
-    EXPECT_TRUE(appData.frameReplayFile.fail());
-    EXPECT_TRUE(next_frame().empty());
-    std::ofstream(fixed.path) << "2 \n1,2\n";
-    EXPECT_TRUE(api_xcp_daq::openReadFrameData());
-    EXPECT_EQ(next_frame(), Bytes({1, 2}));
-    EXPECT_TRUE(next_frame().empty());
-    EXPECT_TRUE(api_xcp_daq::openReadFrameData());
-    EXPECT_TRUE(next_frame().empty()) << "it is not rewound";
+TEST(Replay, AFileThatFailsEndsThere) {
+    EXPECT_TRUE(next_frame().empty()) << "nothing was opened yet";
+    FailsAfterItsText text("1 \n9\n20 \n1,2,3\n");
+    static_cast<std::ios&>(appData.frameReplayFile).rdbuf(&text);
+    for (const Bytes& frame : {Bytes{9}, Bytes{1, 2, 3}, Bytes{}, Bytes{}})
+        EXPECT_EQ(next_frame(), frame);
 }
 
 } // namespace

@@ -1,16 +1,14 @@
 #pragma once
-// A host whose clock, variables, parser and registration answers are set by the test, and which
-// remembers what it was asked.
+// A host whose clock, variables and registration answers are set by the test, and which remembers
+// what it was asked. Its spec-file parser is the stand-in's.
 
 #include "halmor_runtime.h"
 
 #include <condition_variable>
-#include <cstdint>
-#include <deque>
-#include <functional>
 #include <map>
 #include <mutex>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace host_double {
@@ -20,56 +18,48 @@ constexpr std::uint16_t real = 1;
 constexpr std::uint16_t integer = 2;
 constexpr std::uint16_t other_real = 3;
 
+constexpr std::int16_t unknown_variable = -300; // answer of find_variable
+
+using Time = std::pair<std::time_t, long>; // a timespec that can be compared
+
 struct Write {
     std::string variable;
     double value;
     bool asInteger;
-    timespec sampleTime;
+    Time sampleTime;
 };
 
-struct Line {
-    std::int16_t result;
-    std::string text;
+struct Object {
+    char bytes[512]; // what the library looks at
+    std::string name;
+    std::uint16_t kind;
+};
+
+struct Answers {
+    std::int16_t running = 1;     // of link_to_memory
+    int nameHolder = -1;          // of _qnx_name_locate
+    std::int16_t eventStatus = 0; // of event_attach
+    std::int16_t nameId = 1;      // of SrrNameAttach
 };
 
 struct Host {
     timespec clock{1'700'000'000, 0};
-    std::int16_t unknownVariable = 5; // answer of find_variable
-    bool noAddress = false;           // get_vrbl_adr finds nothing
-    bool noDescriptor = false;        // daq_variable_setup fails
-    std::function<void()> onWrite;    // runs inside every set_daq_* call
-    std::int16_t running = 1;         // answer of link_to_memory
-    int nameHolder = -1;              // of _qnx_name_locate
-    std::int32_t taskId = 1;          // of get_TLS_tid
-    std::int16_t eventStatus = 0;     // of event_attach
-    std::int16_t nameId = 1;          // of SrrNameAttach
-
-    // Sections as get_1st_line and get_next_line deliver them: each call after the first takes the
-    // next line, and after the last the file ends.
-    std::map<std::string, std::deque<Line>> sections;
-
-    // Calls in their order, such as "setprio 0 22".
-    std::vector<std::string> calls;
+    bool noAddress = false;    // get_vrbl_adr finds nothing
+    bool noDescriptor = false; // daq_variable_setup fails
+    Answers answers;
+    std::string calls; // a line each, such as "setprio 0 22"
 
     void define(const std::string& name, std::uint16_t kind, const std::string& owner = "");
     std::uint16_t marker(const std::string& name, std::size_t byte) const;
 
-    // Values so far, or after waiting until there are `count`. Empty when they do not come in 10 s.
-    std::vector<Write> writes();
-    std::vector<Write> await_writes(std::size_t count);
-    void forget_writes();
+    // The writes since the last time, once there are `count`; none when they do not come in 10 s.
+    std::vector<Write> take_writes(std::size_t count = 0);
 
     // The rest serves the host functions.
-    struct Object {
-        std::string name;
-        std::uint16_t kind;
-        std::vector<char> bytes;
-    };
-    std::deque<Object> objects;
-    const std::string* currentSection = nullptr;
-    std::mutex mutex; // guards writes_ and calls
+    std::map<std::string, Object> objects;
+    std::mutex mutex; // guards written and calls
     std::condition_variable changed;
-    std::vector<Write> writes_;
+    std::vector<Write> written;
 };
 
 // The host of this process.

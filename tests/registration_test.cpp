@@ -2,94 +2,68 @@
 
 #include "api_xcp_daq.h"
 #include "host_double.h"
+#include "temporary_file.h"
 
 #include <gtest/gtest.h>
 
 using host_double::host;
-using Calls = std::vector<std::string>;
 
 namespace {
 
-const Calls up_to_locate = {"link_to_memory 1", "_setsid", "join_layer 3", "get_TLS_tid",
-                            "_qnx_name_locate 0 bench 0"};
+const std::string linked = "link_to_memory 1\n";
+const std::string located =
+    linked + "_setsid\njoin_layer 3\nget_TLS_tid\n_qnx_name_locate 0 bench 0 null\n";
+const std::string copied = located + "copyn xcp_daq/xcp_daq_master_init 111 bench 50\n";
+const std::string attached = "event_attach config 50\n";
+const std::string error = "log_error xcp_daq/xcp_daq_master_init ";
+const std::string taken =
+    error + "101 66 0 aborting - there is already a <bench> version running\n";
+const std::string noEvent = error + "129 2 -92 couldn't attach to global config-status=-5\n";
+const std::string noName = error + "145 70 0 aborting - couldn't register <bench> name\n";
+const std::string named = attached + "SrrNameAttach 0 bench\n";
 
-Calls followed_by(const Calls& more) {
-    Calls calls = up_to_locate;
-    calls.insert(calls.end(), more.begin(), more.end());
-    return calls;
-}
-
-std::int32_t init(short priority = 0) {
-    char name[] = "bench";
-    int event = 0;
-    int ignored = 99;
-    const std::int32_t result =
-        xcp_daq_master_init(name, priority, &event, nullptr, &ignored, nullptr);
-    EXPECT_EQ(ignored, 99);
-    return result;
-}
-
-TEST(Registration, CallsTheHostInOrder) {
-    host().nameId = 7;
-    host().taskId = 4711;
-    EXPECT_EQ(init(5), 7);
-    EXPECT_EQ(xcp_master_pid, 4711);
-    EXPECT_EQ(host().calls,
-              followed_by({"copyn xcp_daq/xcp_daq_master_init 111 bench 50", "setprio 0 5",
-                           "event_attach config 50", "SrrNameAttach 0 bench"}));
-    EXPECT_EQ(Registered_name[0], '\0') << "the spec file's name is another object";
-}
-
-TEST(Registration, WithoutARunningHostNothingElseIsCalled) {
-    host().running = 0;
-    testing::internal::CaptureStdout();
-    EXPECT_EQ(init(), -1);
-    EXPECT_EQ(testing::internal::GetCapturedStdout(),
-              "\n Halmor must be running to use this task \n");
-    EXPECT_EQ(host().calls, Calls{"link_to_memory 1"});
-    EXPECT_EQ(xcp_master_pid, 0);
-}
-
-TEST(Registration, AnyTaskOfThatNameIsRefused) {
-    for (const int holder : {0, 12, -2}) {
-        host().calls.clear();
-        host().nameHolder = holder;
-        EXPECT_EQ(init(5), -1);
-        EXPECT_EQ(host().calls,
-                  followed_by({"log_error xcp_daq/xcp_daq_master_init 101 66 0 aborting - "
-                               "there is already a <bench> version running"}));
-    }
-}
-
-TEST(Registration, OnlyPrioritiesFromOneToNineteenAreSet) {
-    const auto sets = [](short priority) {
-        host().calls.clear();
-        init(priority);
-        return std::count_if(host().calls.begin(), host().calls.end(),
-                             [](const auto& call) { return call.starts_with("setprio"); });
+TEST(Registration, CallsTheHostInOrderUpToTheFailure) {
+    struct Case {
+        host_double::Answers answers;
+        short priority;
+        std::int32_t result;
+        std::string calls;
     };
-    EXPECT_EQ(sets(1) + sets(19), 2);
-    EXPECT_EQ(sets(0) + sets(-1) + sets(20) + sets(-32768), 0);
-}
-
-TEST(Registration, AFailedEventEndsIt) {
-    host().eventStatus = -5;
-    EXPECT_EQ(init(), -1);
-    EXPECT_EQ(
-        host().calls,
-        followed_by({"copyn xcp_daq/xcp_daq_master_init 111 bench 50", "event_attach config 50",
-                     "log_error xcp_daq/xcp_daq_master_init 129 2 -92 couldn't attach to "
-                     "global config-status=-5"}));
-}
-
-TEST(Registration, OnlyMinusOneIsARefusedName) {
-    host().nameId = -1;
-    EXPECT_EQ(init(), -1);
-    EXPECT_EQ(host().calls.back(), "log_error xcp_daq/xcp_daq_master_init 145 70 0 aborting - "
-                                   "couldn't register <bench> name");
-    host().nameId = -300;
-    EXPECT_EQ(init(), -300);
-    EXPECT_EQ(host().calls.back(), "SrrNameAttach 0 bench");
+    const Case cases[] = {
+        {{.running = 0}, 5, -1, linked},
+        {{.nameHolder = 0}, 5, -1, located + taken},
+        {{.nameHolder = 12}, 5, -1, located + taken},
+        {{.nameHolder = -2}, 5, -1, located + taken},
+        {{.nameId = 7}, 1, 7, copied + "setprio 0 1\n" + named},
+        {{.nameId = 7}, 19, 7, copied + "setprio 0 19\n" + named},
+        {{.nameId = 7}, 0, 7, copied + named},
+        {{.nameId = 7}, -1, 7, copied + named},
+        {{.nameId = 7}, 20, 7, copied + named},
+        {{.nameId = 7}, -32768, 7, copied + named},
+        {{.eventStatus = -5}, 0, -1, copied + attached + noEvent},
+        {{.nameId = -1}, 0, -1, copied + named + noName},
+        {{.nameId = -300}, 0, -300, copied + named},
+    };
+    for (const Case& c : cases) {
+        host().answers = c.answers;
+        host().calls.clear();
+        xcp_master_pid = 0;
+        char name[] = "bench";
+        int event = 0;
+        int ignored = 99;
+        std::int32_t result = 0;
+        const std::string output = output_of([&] {
+            result = xcp_daq_master_init(name, c.priority, &event, nullptr, &ignored, nullptr);
+        });
+        EXPECT_EQ(result, c.result);
+        EXPECT_EQ(host().calls, c.calls);
+        const bool running = c.answers.running != 0;
+        EXPECT_EQ(output, running ? "" : "\n Halmor must be running to use this task \n");
+        EXPECT_EQ(xcp_master_pid, running ? 4711 : 0);
+        EXPECT_EQ(event, c.calls.find(attached) == std::string::npos ? 0 : 17);
+        EXPECT_EQ(ignored, 99);
+    }
+    EXPECT_EQ(Registered_name[0], '\0') << "the spec file's name is another object";
 }
 
 } // namespace

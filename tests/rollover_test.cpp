@@ -6,119 +6,92 @@
 
 #include <gtest/gtest.h>
 
+#include <optional>
+
 using host_double::host;
-
-bool operator==(const timespec& a, const timespec& b) {
-    return a.tv_sec == b.tv_sec && a.tv_nsec == b.tv_nsec;
-}
-
-void PrintTo(const timespec& time, std::ostream* out) {
-    *out << time.tv_sec << " s " << time.tv_nsec << " ns";
-}
+using host_double::Time;
 
 namespace {
 
-// A caller with a running sample time: the first call does not anchor it.
-class Rollover : public testing::Test {
-  protected:
-    std::uint32_t previous = 0;
-    timespec corrected{100, 0};
-    timespec base{5000, 7};
+timespec base{5000, 7};
 
-    std::int64_t call(std::uint32_t timestamp) {
-        return calculate_rollover(timestamp, &previous, &corrected, &base);
-    }
-    std::int64_t call_after(std::uint32_t p, std::uint32_t timestamp) {
-        previous = p;
-        return call(timestamp);
-    }
-    // As if a packet had just been stamped.
-    void establish() {
-        call_after(1, 1);
-        corrected = {100, 0};
+struct Call {
+    std::uint32_t previous;
+    timespec corrected;
+    std::int64_t result = 0;
+
+    Time at(std::uint32_t timestamp, timespec* first = &base) {
+        result = calculate_rollover(timestamp, &previous, &corrected, first);
+        EXPECT_EQ(previous, timestamp);
+        return {corrected.tv_sec, corrected.tv_nsec};
     }
 };
 
-TEST_F(Rollover, AdvancesByTheDifference) {
-    EXPECT_EQ(call_after(50, 100), 50);
-    EXPECT_EQ(corrected, (timespec{100, 50}));
-    EXPECT_EQ(previous, 100U);
+TEST(Rollover, AdvancesByTheSlavesClockUnlessThePauseWasLong) {
+    struct Case {
+        const char* what;
+        timespec pause;
+        std::uint32_t previous, timestamp;
+        timespec corrected;
+        std::int64_t result;
+        std::optional<Time> expected; // none: the host's clock
+    };
+    constexpr std::optional<Time> resynchronised;
+    const Case cases[] = {
+        {"the difference", {0, 0}, 50, 100, {100, 0}, 50, Time(100, 50)},
+        {"a wrap is one tick less", {0, 0}, 4294967040, 16, {100, 0}, 271, Time(100, 271)},
+        {"a wrap carries", {0, 0}, 1000, 500, {100, 0}, 294966795, Time(104, 294966795)},
+        {"no wrap", {0, 0}, 0, 2500000000, {9, 999999000}, 2500000000, Time(12, 499999000)},
+        {"up to a whole second", {0, 0}, 0, 1000, {9, 999999000}, 1000, Time(10, 0)},
+        {"exactly 3 s are no pause", {3, 0}, 1, 2, {100, 0}, 1, Time(100, 1)},
+        {"3 s and a little are none", {3, 99}, 1, 2, {100, 0}, 1, Time(100, 1)},
+        {"4 s are", {4, 0}, 1, 2, {100, 0}, 4000000000, resynchronised},
+        {"rounded down to 4 s", {5, -800}, 1, 2, {100, 0}, 4999999200, resynchronised},
+        {"4 s, all carried", {5, -800}, 1000, 500, {100, 0}, 294966795, Time(104, 294966795)},
+        {"4 s, 2 s of them carried", {4, 0}, 2000000000, 500, {9, 0}, 4000000000, resynchronised},
+    };
+    for (const Case& c : cases) {
+        host().clock.tv_nsec = 900;
+        Call{1, {100, 0}}.at(1); // as if a packet had just been stamped
+        host().clock.tv_sec += c.pause.tv_sec;
+        host().clock.tv_nsec += c.pause.tv_nsec;
+        Call call{c.previous, c.corrected};
+        EXPECT_EQ(call.at(c.timestamp),
+                  c.expected.value_or(Time(host().clock.tv_sec, host().clock.tv_nsec)))
+            << c.what;
+        EXPECT_EQ(call.result, c.result) << c.what;
+    }
 }
 
-TEST_F(Rollover, AWrapCountsOneTickLess) {
-    EXPECT_EQ(call_after(4294967040, 16), 271);
-    EXPECT_EQ(corrected, (timespec{100, 271}));
+struct FirstCall {
+    const char* name;
+    std::uint32_t previous;
+    timespec corrected;
+    timespec* base;
+    Time expected;
+};
+
+const FirstCall first_calls[] = {
+    {"StandsForTheBase", 0, {0, 0}, &base, {5000, 7}},
+    {"KeepsARunningSampleTime", 0, {100, 0}, &base, {103, 9}},
+    {"GoesOnFromAnEarlierTimestamp", 9, {0, 0}, &base, {3, 0}},
+    {"HasNoBase", 0, {0, 0}, nullptr, {3, 9}},
+};
+
+class FirstTimestamp : public testing::TestWithParam<FirstCall> {};
+
+TEST_P(FirstTimestamp, AloneMayBeAnchored) {
+    Call call{GetParam().previous, GetParam().corrected};
+    EXPECT_EQ(call.at(3000000009, GetParam().base), GetParam().expected);
+    EXPECT_EQ(call.result, 3000000009 - GetParam().previous);
+    const auto [seconds, nanoseconds] = GetParam().expected;
+    EXPECT_EQ(call.at(3000000019, GetParam().base), Time(seconds, nanoseconds + 10));
+    EXPECT_EQ(Time(base.tv_sec, base.tv_nsec), Time(5000, 7));
+
+    EXPECT_EQ((Call{0, {0, 0}}.at(5)), Time(0, 5)) << "no first call any more";
 }
 
-TEST_F(Rollover, OnlyAWrapCarriesWholeSeconds) {
-    EXPECT_EQ(call_after(1000, 500), 294966795);
-    EXPECT_EQ(corrected, (timespec{104, 294966795}));
-
-    corrected = {10, 999999000};
-    EXPECT_EQ(call_after(0, 2500000000), 2500000000);
-    EXPECT_EQ(corrected, (timespec{13, 499999000}));
-}
-
-TEST_F(Rollover, APauseOfMoreThanThreeSecondsTakesTheHostsClock) {
-    establish();
-    host().clock.tv_sec += 3;
-    EXPECT_EQ(call(2), 1) << "exactly 3 s are no pause";
-    host().clock.tv_sec += 5;
-    EXPECT_EQ(call(3), 5000000000);
-    EXPECT_EQ(corrected, host().clock);
-    EXPECT_EQ(call(10), 7) << "and the slave's clock goes on from there";
-    EXPECT_EQ(corrected.tv_nsec, 7);
-}
-
-TEST_F(Rollover, ThePauseIsRoundedDownBeforeItIsComparedWithTheCarry) {
-    host().clock.tv_nsec = 900;
-    establish();
-    host().clock.tv_sec += 5;
-    host().clock.tv_nsec = 100;
-    EXPECT_EQ(call(2), 4999999200) << "4 whole seconds against none carried";
-    EXPECT_EQ(corrected, host().clock);
-
-    host().clock.tv_sec += 5;
-    host().clock.tv_nsec = 0;
-    corrected = {100, 0};
-    EXPECT_EQ(call_after(1000, 500), 294966795) << "4 whole seconds, all of them carried";
-    EXPECT_EQ(corrected, (timespec{104, 294966795}));
-}
-
-TEST_F(Rollover, AWrapThatCarriesFewerSecondsThanThePauseResynchronises) {
-    establish();
-    host().clock.tv_sec += 4;
-    EXPECT_EQ(call_after(2000000000, 500), 4000000000);
-    EXPECT_EQ(corrected, host().clock);
-}
-
-TEST_F(Rollover, TheFirstTimestampStandsForTheBase) {
-    corrected = {};
-    EXPECT_EQ(call(3000000000), 3000000000);
-    EXPECT_EQ(corrected, base);
-    EXPECT_EQ(call(3000000010), 10);
-    EXPECT_EQ(corrected, (timespec{5000, 17}));
-    EXPECT_EQ(base, (timespec{5000, 7}));
-}
-
-TEST_F(Rollover, OnlyTheFirstCallAnchors) {
-    call_after(0, 5);
-    EXPECT_EQ(corrected, (timespec{100, 5})) << "a running sample time is kept";
-    corrected = {};
-    call_after(0, 5);
-    EXPECT_EQ(corrected, (timespec{0, 5}));
-}
-
-TEST_F(Rollover, ACallerWithATimestampIsNotAnchored) {
-    corrected = {};
-    call_after(5, 7);
-    EXPECT_EQ(corrected, (timespec{0, 2}));
-}
-
-TEST_F(Rollover, WithoutABaseNothingIsAnchored) {
-    corrected = {};
-    EXPECT_EQ(calculate_rollover(7, &previous, &corrected, nullptr), 7);
-    EXPECT_EQ(corrected, (timespec{0, 7}));
-}
+INSTANTIATE_TEST_SUITE_P(Of, FirstTimestamp, testing::ValuesIn(first_calls),
+                         [](const auto& call) { return std::string(call.param.name); });
 
 } // namespace

@@ -1,57 +1,25 @@
-// The spec file through a scripted parser: what is asked for, which results count, what is written.
+// Spec files: which lines count, what they fill, what is told about them.
 
 #include "api_xcp_daq.h"
-#include "host_double.h"
 #include "temporary_file.h"
 
 #include <gtest/gtest.h>
 
-using host_double::host;
-using host_double::Line;
-
 namespace {
-
-using Sections = std::map<std::string, std::deque<Line>>;
-
-class SpecReader : public testing::Test {
-  protected:
-    api_xcp_daq object;
-    TemporaryFile log;
-    TemporaryFile spec; // the scripted parser delivers its lines
-
-    SpecReader() {
-        appData.logFile.open(log.path());
-        appData.logEnabled = true;
-        host().sections = {{"@REG_NAME", {{1, "xcpdaq"}}},
-                           {"@XCP_SERVER", {{1, "192.0.2.10:700"}}},
-                           {"@A2L_FILE", {{1, "engine.a2l"}}},
-                           {"@A2L_FILEPATH", {{1, "/specs/a2l/"}}}};
-    }
-
-    bool read(const Sections& changed = {}) {
-        for (const auto& [key, lines] : changed)
-            host().sections[key] = lines;
-        return api_xcp_daq::readSpecs(spec.path().c_str());
-    }
-    std::string messages() {
-        appData.logFile.flush();
-        return log.text();
-    }
-};
 
 // What the record holds, as one line; of the lists, those that anything was read for.
 std::string record() {
     std::string text = appData.registeredName + " " + appData.serverName + ":" +
                        std::to_string(appData.serverPort) + " " + appData.a2lFilePath +
                        appData.a2lFileName + " " + std::to_string(appData.daqCount);
-    for (const xcpDAQList& list : appData.daqList) {
-        const int number = static_cast<int>(list.listNumber) - 1;
+    for (int number = 0; number < 4; ++number) {
+        const xcpDAQList& list = appData.daqList[static_cast<std::size_t>(number)];
         const auto& names = list.measurementAttrs.nameList;
+        EXPECT_EQ(api_xcp_daq::getNumOfHVars(number), static_cast<int>(names.size()));
         if (list.daqName.empty() && names.empty())
             continue;
-        text += " | " + std::to_string(list.listNumber) + " " + list.daqName + " " +
-                list.daqResource + " " + list.triggerName;
-        EXPECT_EQ(api_xcp_daq::getNumOfHVars(number), static_cast<int>(names.size()));
+        text += " | " + std::to_string(number) + " " + list.daqName + " " + list.daqResource + " " +
+                list.triggerName;
         for (std::size_t i = 0; i < names.size(); ++i) {
             const halVarInfo& line = *api_xcp_daq::getHalVarVecPtr(number, static_cast<int>(i));
             EXPECT_EQ(names[i], line.varName);
@@ -61,88 +29,92 @@ std::string record() {
     return text;
 }
 
-struct Reading {
-    const char* name;
-    Sections changed; // a section without lines is missing
-    std::string record;
-    std::string log;
-    bool result = true;
+class SpecReader : public testing::Test {
+  protected:
+    api_xcp_daq object;
+    TemporaryFile log;
+
+    SpecReader() {
+        appData.logFile.open(log.path());
+        appData.logEnabled = true;
+    }
+    static bool read(const std::string& text) {
+        const TemporaryFile spec(text);
+        return api_xcp_daq::readSpecs(spec.path().c_str());
+    }
+    std::string messages() {
+        appData.logFile.flush();
+        return log.text();
+    }
 };
 
 std::string measurements(int count) {
     return " Found Measurements: " + std::to_string(count) + "\n";
 }
-const std::string usual = "xcpdaq 192.0.2.10:700 /specs/a2l/engine.a2l ";
-const std::string behind_name = " 192.0.2.10:700 /specs/a2l/engine.a2l 0";
+
+const std::string name = "@REG_NAME\nxcpdaq\n";
+const std::string server = "@XCP_SERVER\n192.0.2.10:0700\n";
+const std::string a2l = "@A2L_FILE\nengine.a2l\n@A2L_FILEPATH\n/specs/a2l/\n";
+const std::string usual = name + server + a2l;
+
+const std::string nameless = " 192.0.2.10:700 /specs/a2l/engine.a2l 0";
+const std::string known = "xcpdaq 192.0.2.10:700 /specs/a2l/engine.a2l ";
+const std::string short_header = "Expected at least 3 tokens on received ";
+
+struct Reading {
+    const char* name;
+    std::string text, record, log;
+    bool result = true;
+};
 
 const Reading readings[] = {
     {"AllSections",
-     {{"@LIST1",
-       {{1, "fast10ms DAQ event10ms"},
-        {1, "engSpeed tagA -"},
-        {1, "coolantTemp tagB hostCoolant 4"},
-        {1, "$"},
-        {1, "never read -"}}},
-      {"@LIST3", {{1, "stim STIM event1 ignored"}, {1, "$"}}},
-      {"@LIST5", {{1, "five DAQ event"}}}},
-     usual +
-         "2 | 1 fast10ms DAQ event10ms, engSpeed tagA 2, hostCoolant tagB 4 | 3 stim STIM event1",
+     usual + "@LIST1\nfast10ms DAQ event10ms\nengSpeed tagA -\ncoolantTemp tagB hostCoolant 4\n$\n"
+             "never read -\n@LIST3\nstim STIM event1 ignored\n$\n@LIST5\nfive DAQ event\n",
+     known + "2 | 0 fast10ms DAQ event10ms, engSpeed tagA 2, hostCoolant tagB 4"
+             " | 2 stim STIM event1",
      measurements(2)},
-    {"ARegistrationNameAtTheEndOfTheFile",
-     {{"@REG_NAME", {{0, "late"}}}},
-     behind_name,
+    {"ARegistrationNameAtTheEndOfTheFile", server + a2l + "@REG_NAME\nlate", nameless,
      measurements(0)},
-    {"NoRegistrationName", {{"@REG_NAME", {{1, "$x"}}}}, behind_name, measurements(0)},
-    {"ABlankRegistrationName",
-     {{"@REG_NAME", {{1, "  "}}}},
-     behind_name,
+    {"NoRegistrationName", server + a2l + "@REG_NAME\n$x\n", nameless, measurements(0)},
+    {"ABlankRegistrationName", server + a2l + "@REG_NAME\n  \n", nameless,
      "@REG_NAME expected, but found    " + measurements(0)},
-    {"AServerAtTheEndOfTheFile",
-     {{"@XCP_SERVER", {{0, "$host, 12x"}}}},
-     "xcpdaq $host:12 /specs/a2l/engine.a2l 0",
+    {"AServerAtTheEndOfTheFile", name + a2l + "@XCP_SERVER\n$host, 12x",
+     "xcpdaq $host:12 /specs/a2l/engine.a2l 0", measurements(0)},
+    {"ABlankServer", name + a2l + "@XCP_SERVER\n\n", "xcpdaq :0 /specs/a2l/engine.a2l 0",
      measurements(0)},
-    {"ABlankServer",
-     {{"@XCP_SERVER", {{1, "\n"}}}},
-     "xcpdaq :0 /specs/a2l/engine.a2l 0",
-     measurements(0)},
-    {"NoServer",
-     {{"@XCP_SERVER", {}}, {"@LIST1", {{1, "l DAQ t"}, {1, "$"}}}},
-     "xcpdaq :0  0",
-     "@XCP_SERVER expected, but found xcpdaq ",
-     false},
-    {"A2lSectionsThatBeginWithADollar",
-     {{"@A2L_FILE", {{1, "$"}}}, {"@A2L_FILEPATH", {{1, "$"}}}},
-     "xcpdaq 192.0.2.10:700 $ 0",
-     "@A2L_FILEPATH expected found $ " + measurements(0)},
-    {"NoA2lSections",
-     {{"@A2L_FILE", {{0, "last.a2l"}}}, {"@A2L_FILEPATH", {}}},
-     "xcpdaq 192.0.2.10:700  0",
+    {"NoServer", name + a2l + "@LIST1\nl DAQ t\n$\n", "xcpdaq :0  0",
+     "@XCP_SERVER expected, but found xcpdaq ", false},
+    {"A2lSectionsThatBeginWithADollar", name + server + "@A2L_FILE\n$\n@A2L_FILEPATH\n$\n",
+     "xcpdaq 192.0.2.10:700 $ 0", "@A2L_FILEPATH expected found $ " + measurements(0)},
+    {"BlankA2lSections", name + server + "@A2L_FILE\n\n@A2L_FILEPATH\n\n",
+     "xcpdaq 192.0.2.10:700  0", measurements(0)},
+    {"NoA2lSections", name + server + "@A2L_FILE\nlast.a2l", "xcpdaq 192.0.2.10:700  0",
      "@A2L_FILE expected found last.a2l @A2L_FILEPATH expected found last.a2l " + measurements(0)},
-    {"ShortHeaders",
-     {{"@LIST1", {{1, "short DAQ"}, {1, "m tag -"}, {1, "$"}}}, {"@LIST2", {{0, "x"}}}},
-     usual + "0 | 1   , m tag 2",
-     "Expected at least 3 tokens on received 2 after \n"
-     "Expected at least 3 tokens on received 1 after @LIST1\n" +
-         measurements(1)},
-    {"HeadersThatBeginWithADollar", // a line above zero is split all the same, a last line is not
-     {{"@LIST1", {{1, "$ DAQ trigger"}, {1, "m tag -"}}},
-      {"@LIST2", {{0, "$ DAQ trigger"}, {1, "m tag -"}}}},
-     usual + "1 | 1 $ DAQ trigger",
-     "Expected at least 3 tokens on received 0 after @LIST1\n" + measurements(0)},
-    {"AnUnknownResource",
-     {{"@LIST1", {{1, "l daq t"}, {1, "$"}}}},
-     usual + "1 | 1 l DAQ t",
+    {"ShortHeaders", usual + "@LIST1\nshort DAQ\nm tag -\n$\n@LIST2\nx",
+     known + "0 | 0   , m tag 2",
+     short_header + "2 after \n" + short_header + "1 after @LIST1\n" + measurements(1)},
+    // A line is split all the same, a last line is not.
+    {"HeadersThatBeginWithADollar", usual + "@LIST1\n$ DAQ trigger\nm tag -\n@LIST2\n$ DAQ trigger",
+     known + "1 | 0 $ DAQ trigger", short_header + "0 after @LIST1\n" + measurements(0)},
+    {"AnUnknownResource", usual + "@LIST1\nl daq t\n$\n", known + "1 | 0 l DAQ t",
      "Incorrect Resource choice: DAQ or STIM? found daq\nDefaulting to DAQ\n" + measurements(0)},
-    {"AMeasurementAtTheEndOfTheFile",
-     {{"@LIST1", {{1, "l DAQ t"}, {1, "one two"}, {0, "m tag -"}, {1, "n tag -"}}}},
-     usual + "1 | 1 l DAQ t, m tag 2",
-     "Expected 3 tokens only received 2\n" + measurements(1)},
+    {"AMeasurementAtTheEndOfTheFile", usual + "@LIST1\nl DAQ t\none two\nm tag -",
+     known + "1 | 0 l DAQ t, m tag 2", "Expected 3 tokens only received 2\n" + measurements(1)},
 };
 
 class SpecReading : public SpecReader, public testing::WithParamInterface<Reading> {};
 
+int lowest_free_descriptor() {
+    const int free = dup(STDOUT_FILENO);
+    close(free);
+    return free;
+}
+
 TEST_P(SpecReading, FillsTheRecordAndTheLog) {
-    EXPECT_EQ(read(GetParam().changed), GetParam().result);
+    const int free = lowest_free_descriptor();
+    EXPECT_EQ(read(GetParam().text), GetParam().result);
+    EXPECT_EQ(lowest_free_descriptor(), free) << "the file was closed";
     EXPECT_EQ(record(), GetParam().record);
     EXPECT_EQ(messages(), GetParam().log);
     EXPECT_EQ(Registered_name, appData.registeredName);
@@ -152,10 +124,9 @@ INSTANTIATE_TEST_SUITE_P(Of, SpecReading, testing::ValuesIn(readings),
                          [](const auto& reading) { return std::string(reading.param.name); });
 
 TEST_F(SpecReader, ASecondReadAppends) {
-    const Sections list = {{"@XCP_SERVER", {{1, "h 1"}}},
-                           {"@LIST1", {{1, "l DAQ t"}, {1, "m tag -"}, {1, "$"}}}};
-    ASSERT_TRUE(read(list) && read(list));
-    EXPECT_EQ(record(), "xcpdaq h:1 /specs/a2l/engine.a2l 2 | 1 l DAQ t, m tag 2, m tag 2");
+    const std::string text = usual + "@LIST1\nl DAQ t\nm tag -\n$\n";
+    ASSERT_TRUE(read(text) && read(text));
+    EXPECT_EQ(record(), known + "2 | 0 l DAQ t, m tag 2, m tag 2");
 }
 
 TEST_F(SpecReader, AFileThatIsNotThereIsTold) {
@@ -165,9 +136,8 @@ TEST_F(SpecReader, AFileThatIsNotThereIsTold) {
 
 TEST_F(SpecReader, LongWordsAreCut) {
     const std::string word(300, 'w');
-    EXPECT_TRUE(read({{"@REG_NAME", {{1, word}}},
-                      {"@A2L_FILE", {{1, word}}},
-                      {"@LIST1", {{1, "l DAQ t"}, {1, word + " " + word + " -"}, {1, "$"}}}}));
+    EXPECT_TRUE(read(server + "@REG_NAME\n" + word + "\n@A2L_FILE\n" + word +
+                     "\n@LIST1\nl DAQ t\n" + word + " " + word + " -\n$\n"));
     EXPECT_EQ(appData.registeredName, word.substr(0, 49));
     EXPECT_EQ(appData.a2lFileName, word.substr(0, 255));
     const halVarInfo* line = api_xcp_daq::getHalVarVecPtr(0, 0);
@@ -178,14 +148,14 @@ TEST_F(SpecReader, LongWordsAreCut) {
 
 TEST_F(SpecReader, NothingIsWrittenWhileLoggingIsOff) {
     appData.logEnabled = false;
-    EXPECT_TRUE(read({{"@LIST1", {{1, "l daq t"}, {1, "x"}, {1, "m tag -"}, {1, "$"}}}}));
+    EXPECT_TRUE(read(server + "@LIST1\nl daq t\nx\nm tag -\n$\n"));
     EXPECT_EQ(api_xcp_daq::getNumOfHVars(0), 1);
     EXPECT_EQ(messages(), "");
 }
 
 TEST_F(SpecReader, SetSpecFileNameStoresBothTextsEvenWhenItFails) {
-    const std::string directory = spec.path().substr(0, spec.path().rfind('/'));
-    const std::string file = spec.path().substr(directory.size() + 1);
+    const std::string directory = log.path().substr(0, log.path().rfind('/'));
+    const std::string file = log.path().substr(directory.size() + 1);
     EXPECT_TRUE(object.setSpecFileName(file, directory + "/"));
     EXPECT_TRUE(appData.specFile.is_open());
     EXPECT_FALSE(object.setSpecFileName(file, directory));

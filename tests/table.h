@@ -2,6 +2,7 @@
 // Short ways to fill the measurement table and to make packets and datagrams.
 
 #include "api_xcp_daq.h"
+#include "xcp/message.h"
 
 #include <algorithm>
 #include <cstdint>
@@ -20,16 +21,6 @@ inline void add_plain(const std::string& name, int daq, int odt, int index, int 
     api_xcp_daq::addComputeMethod(name, daq, 0, 1.0, 0.0, 0, 1, -1e300, 1e300);
 }
 
-// A conversion for an entry that is there already; big-endian on the wire.
-inline void convert(const std::string& name, double factor, double offset, double lower,
-                    double upper, int byteOrder = 0) {
-    api_xcp_daq::addComputeMethod(name, 0, 0, factor, offset, 0, byteOrder, lower, upper);
-}
-
-inline void decode(const Bytes& packet, timespec base = {}) {
-    api_xcp_daq::processFrame(packet, &base);
-}
-
 // One XCP message around a packet.
 inline Bytes message(const Bytes& packet, std::uint16_t ctr = 0) {
     const auto length = packet.size();
@@ -44,10 +35,8 @@ inline Bytes message(const Bytes& packet, std::uint16_t ctr = 0) {
 
 inline Bytes datagram(std::initializer_list<Bytes> packets) {
     Bytes payload;
-    for (const Bytes& packet : packets) {
-        const Bytes bytes = message(packet);
-        payload.insert(payload.end(), bytes.begin(), bytes.end());
-    }
+    for (const Bytes& packet : packets)
+        xcp::append_message(payload, 0, packet);
     return payload;
 }
 

@@ -1,25 +1,17 @@
 #pragma once
 // A file for one test, empty at first and gone afterwards.
 
+#include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
-#include <stdexcept>
 #include <string>
 
 #include <unistd.h>
 
 class TemporaryFile {
   public:
-    explicit TemporaryFile(const std::string& text = "") {
-        std::string pattern = std::filesystem::temp_directory_path() / "xcp_daq_test_XXXXXX";
-        const int file = mkstemp(pattern.data());
-        if (file < 0)
-            throw std::runtime_error("no temporary file");
-        close(file);
-        path_ = pattern;
-        std::ofstream(path_) << text;
-    }
+    explicit TemporaryFile(const std::string& text = "") { std::ofstream(path_) << text; }
     ~TemporaryFile() { std::filesystem::remove(path_); }
     TemporaryFile(const TemporaryFile&) = delete;
     TemporaryFile& operator=(const TemporaryFile&) = delete;
@@ -32,5 +24,24 @@ class TemporaryFile {
     }
 
   private:
-    std::string path_;
+    static inline int made_ = 0;
+    const std::string path_ =
+        std::filesystem::temp_directory_path() /
+        ("xcp_daq_test_" + std::to_string(getpid()) + "_" + std::to_string(made_++));
 };
+
+// What `act` writes to standard output and flushes.
+template <class Act>
+std::string output_of(const Act& act) {
+    const TemporaryFile output;
+    std::fflush(stdout);
+    const int before = dup(STDOUT_FILENO);
+    std::FILE* file = std::fopen(output.path().c_str(), "a");
+    dup2(fileno(file), STDOUT_FILENO);
+    act();
+    const std::string text = output.text();
+    dup2(before, STDOUT_FILENO);
+    std::fclose(file);
+    close(before);
+    return text;
+}
