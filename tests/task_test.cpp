@@ -307,49 +307,6 @@ TEST(TaskFiles, ADumpReplaysToTheSameValues) {
     EXPECT_TRUE(has(log.text(), "\nStopped Logging[-0-9 ]+\n$"));
 }
 
-// Calls `cell` with column and text for every filled cell of a recording; gives the header.
-template <class Cell>
-std::string read_record(const std::string& text, const Cell& cell) {
-    std::istringstream lines(text);
-    std::string header;
-    std::getline(lines, header);
-    for (std::string line; std::getline(lines, line);) {
-        std::istringstream cells(line);
-        std::string value;
-        for (std::size_t column = 0; std::getline(cells, value, ','); ++column)
-            if (!value.empty())
-                cell(column, value);
-    }
-    return header;
-}
-
-TEST(TaskFiles, ARecordHoldsEveryValueOnce) {
-    const TemporaryFile record;
-    const auto end =
-        run_task(engine({"--simulate", "--seconds", "0.5", "--record", record.path()}));
-    ASSERT_EQ(end.status, 0) << end.errors;
-    const Arguments names = {"sample_time", "engSpeed", "throttle",    "torque",
-                             "crankCount",  "knock",    "hostCoolant", "gear",
-                             "fuelUsed",    "battery",  "odometer"};
-    std::map<std::string, std::pair<int, std::string>> cells; // number and the last one
-    std::string time;
-    const std::string header =
-        read_record(record.text(), [&](std::size_t column, const std::string& text) {
-            auto& [count, last] = cells[names.at(column)];
-            EXPECT_TRUE(column > 0 || last < text) << "sample times go up";
-            ++count;
-            last = text;
-        });
-    EXPECT_EQ(header, "sample_time,engSpeed,throttle,torque,crankCount,knock,hostCoolant,gear,"
-                      "fuelUsed,battery,odometer");
-    for (const auto& [name, row] : table_of(end.output)) {
-        EXPECT_EQ(std::to_string(cells[name].first), row.second) << name;
-        EXPECT_NEAR(std::stod(cells[name].second), std::stod(row.first),
-                    1e-9 * std::stod(row.first))
-            << name;
-    }
-}
-
 // A recording of 2 million values, twice what the recorder holds.
 std::string long_capture() {
     constexpr std::size_t header = 24;
@@ -369,9 +326,14 @@ TEST(TaskFiles, ACaptureWaitsForTheRecorder) {
     EXPECT_EQ(end.status, 0);
     EXPECT_EQ(end.errors, "");
     EXPECT_TRUE(has(end.output, "values        2022000\n"));
+    std::istringstream lines(record.text());
+    std::string line;
+    std::getline(lines, line);
+    EXPECT_TRUE(line.starts_with("sample_time,f_n,f_u8,f_u16,f_u32,f_u64,f_clk,f_u8b,"));
     std::size_t values = 0;
-    read_record(record.text(),
-                [&](std::size_t column, const std::string&) { values += column > 0 ? 1 : 0; });
+    while (std::getline(lines, line))
+        for (std::size_t comma = 0; (comma = line.find(',', comma)) != std::string::npos;)
+            values += ++comma < line.size() && line[comma] != ',' ? 1 : 0;
     EXPECT_EQ(values, 2022000U);
 }
 
