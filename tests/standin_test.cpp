@@ -80,17 +80,4 @@ TEST(TaskServices, ClockFiveHasTheTimeOfDay) {
     EXPECT_NEAR(static_cast<double>(now.tv_sec), static_cast<double>(std::time(nullptr)), 5);
 }
 
-TEST(VariableStore, TakesEveryIntegerExactly) {
-    VariableStore::instance().define("i", VariableKind::integer, "");
-    void* variable = nullptr;
-    ASSERT_EQ(HMAPI_DAQ_find_var("i", &variable), 0);
-    const timespec time{12, 34};
-    set_daq_integer(static_cast<DaqVariable*>(variable), -2147483648, &time);
-    const Sample sample = VariableStore::instance().find("i")->read();
-    EXPECT_EQ(std::tuple(sample.value, sample.updates, sample.sampleTime.tv_sec,
-                         sample.sampleTime.tv_nsec),
-              std::tuple(-2147483648.0, 1U, 12, 34));
-    delete static_cast<DaqVariable*>(variable);
-}
-
 } // namespace
