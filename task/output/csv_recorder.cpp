@@ -25,7 +25,8 @@ namespace {
 
 constexpr std::size_t ring_size = 1'048'576; // values; a second or more at the link's rate
 constexpr std::chrono::milliseconds idle_pause{5};
-constexpr int longest_poll = 100;         // milliseconds until a wait for the file looks up
+constexpr int longest_poll = 100; // milliseconds until a wait for the file looks up
+constexpr const char* not_waited_for = "the run was told not to wait for the file";
 constexpr std::size_t text_size = 65'536; // bytes; what is written at once
 
 bool same_time(const timespec& a, const timespec& b) {
@@ -132,7 +133,7 @@ void CsvRecorder::wait_for_file() {
     pollfd file{file_.get(), POLLOUT, 0};
     while (poll(&file, 1, longest_poll) == 0)
         if (urgent_()) {
-            diskError_ = "the run was told not to wait for the file";
+            diskError_ = not_waited_for;
             return;
         }
 }
@@ -144,8 +145,8 @@ void CsvRecorder::close() {
     if (unwritten_ > 0)
         losses = fmt::format("{} lines were not written: {}", unwritten_, diskError_);
     if (lost_ > 0)
-        losses += fmt::format("{}{} values were not written: the disk cannot follow",
-                              losses.empty() ? "" : "; ", lost_);
+        losses += fmt::format("{}{} values were not written: {}", losses.empty() ? "" : "; ", lost_,
+                              urgent_() ? not_waited_for : "the disk cannot follow");
     if (!losses.empty())
         throw FileError(path_, losses);
 }
