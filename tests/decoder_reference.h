@@ -2,8 +2,10 @@
 // A second decoder, written straight from the arithmetic and without the library's tables: the
 // judge of the real one over random input. It knows contiguous ODTs only.
 
+#include <algorithm>
 #include <cmath>
 #include <cstdint>
+#include <iterator>
 #include <string>
 #include <vector>
 
@@ -11,15 +13,9 @@ namespace decoder_reference {
 
 struct Measurement {
     std::string name;
-    bool integer;
-    int size;
-    int byteOrder;
+    std::uint16_t kind; // 2: integer
+    int size, byteOrder;
     double factor, offset, lower, upper;
-};
-
-struct Result {
-    bool stamped;
-    std::vector<double> values; // in the order of the entries
 };
 
 __extension__ using Wide = __int128;
@@ -27,11 +23,6 @@ __extension__ using Wide = __int128;
 inline Wide modulo(Wide value, int bits) {
     const Wide beyond = Wide{1} << bits;
     return (value % beyond + beyond) % beyond;
-}
-
-inline double as_signed32(Wide value) {
-    const Wide half = Wide{1} << 31;
-    return static_cast<double>(modulo(value + half, 32) - half);
 }
 
 // The lowest number of so many bits for everything that does not fit.
@@ -42,65 +33,70 @@ inline Wide truncate(double x, int bits) {
 }
 
 inline Wide truncate_unsigned(double x) {
-    const double whole = std::trunc(x);
-    if (whole >= 0)
-        return whole < std::ldexp(1.0, 64) ? static_cast<Wide>(whole) : 0;
-    return modulo(truncate(x, 64), 64);
+    if (x < 0 || std::isnan(x))
+        return modulo(truncate(x, 64), 64);
+    return x < std::ldexp(1.0, 64) ? static_cast<Wide>(x) : 0;
 }
 
 inline double limit(double x, const Measurement& m) {
     return x > m.upper ? m.upper : x < m.lower ? m.lower : x;
 }
 
-inline double linear(Wide raw, const Measurement& m) {
-    return static_cast<double>(static_cast<std::uint64_t>(raw)) * m.factor + m.offset;
-}
-
-inline double integer_value(Wide raw, const Measurement& m) {
-    if (m.size == 1) {
-        const Wide value = modulo(truncate(linear(raw, m), 32), 8);
-        return as_signed32(truncate(limit(static_cast<double>(value), m), 64));
+inline Wide integer_value(double raw, const Measurement& m) {
+    const double linear = raw * m.factor + m.offset;
+    if (m.size == 8) {
+        const Wide value = truncate_unsigned(linear), upper = truncate_unsigned(m.upper);
+        return value > upper ? upper : std::max(value, truncate_unsigned(m.lower));
     }
     if (m.size == 2) {
-        const Wide product = modulo(truncate(static_cast<double>(raw) * m.factor, 32), 16);
+        const Wide product = modulo(truncate(raw * m.factor, 32), 16);
         const Wide sum = modulo(truncate(static_cast<double>(product) + m.offset, 64), 32);
-        return static_cast<double>(modulo(truncate(limit(static_cast<double>(sum), m), 32), 16));
+        return modulo(truncate(limit(static_cast<double>(sum), m), 32), 16);
     }
-    if (m.size == 4) {
-        const Wide value = modulo(truncate(linear(raw, m), 64), 32);
-        return as_signed32(truncate(limit(static_cast<double>(value), m), 64));
-    }
-    const Wide value = truncate_unsigned(linear(raw, m));
-    const Wide upper = truncate_unsigned(m.upper);
-    const Wide lower = truncate_unsigned(m.lower);
-    return as_signed32(value > upper ? upper : value < lower ? lower : value);
+    const Wide value = modulo(truncate(linear, m.size == 1 ? 32 : 64), 8 * m.size);
+    return truncate(limit(static_cast<double>(value), m), 64);
 }
 
-inline Wide raw_value(const std::uint8_t* bytes, int size, int byteOrder) {
-    Wide raw = 0;
+inline std::uint64_t raw_value(const std::uint8_t* bytes, int size, int byteOrder) {
+    std::uint64_t raw = 0;
     for (int i = 0; i < size; ++i) {
         const int reversed = size == 8 ? i / 4 * 4 + 3 - i % 4 : size - 1 - i;
-        raw += Wide{bytes[byteOrder == 0 ? reversed : i]} << (8 * i);
+        raw += std::uint64_t{bytes[byteOrder == 0 ? reversed : i]} << (8 * i);
     }
     return raw;
 }
 
-inline Result decode(const std::vector<Measurement>& odt, bool timestamped,
-                     const std::vector<std::uint8_t>& packet) {
-    std::size_t laidOut = 2;
+inline double value_of(const std::uint8_t* bytes, const Measurement& m) {
+    const auto raw = static_cast<double>(raw_value(bytes, m.size, m.byteOrder));
+    if (m.kind != 2)
+        return limit(raw * m.factor + m.offset, m);
+    const Wide half = Wide{1} << 31; // of the low 32 bits, signed
+    return static_cast<double>(modulo(integer_value(raw, m) + half, 32) - half);
+}
+
+struct SampleTime {
+    std::int64_t nanoseconds = 0; // 0 before the first timestamp, which stands for the base
+    std::int64_t timestamp = 0;
+};
+
+// The values in the order of the entries.
+inline std::vector<double> decode(const std::vector<Measurement>& odt, bool stamped,
+                                  const std::vector<std::uint8_t>& packet, std::int64_t base,
+                                  SampleTime& time) {
+    std::ptrdiff_t at = 2, full = 2 + 4;
     for (const Measurement& m : odt)
-        laidOut += static_cast<std::size_t>(m.size);
-    Result result{timestamped && packet.size() == laidOut + 4, {}};
-    std::size_t at = result.stamped ? 6 : 2;
-    for (const Measurement& m : odt) {
-        const std::size_t end = at + static_cast<std::size_t>(m.size);
-        if (end > packet.size())
-            break;
-        const Wide raw = raw_value(&packet[at], m.size, m.byteOrder);
-        result.values.push_back(m.integer ? integer_value(raw, m) : limit(linear(raw, m), m));
-        at = end;
+        full += m.size;
+    if (stamped && std::ssize(packet) == full) {
+        const auto now = static_cast<std::int64_t>(raw_value(&packet[2], 4, 1));
+        const std::int64_t ticks = now - time.timestamp + (now < time.timestamp ? 0xFFFFFFFF : 0);
+        time = {time.nanoseconds == 0 ? base : time.nanoseconds + ticks, now};
+        at += 4;
     }
-    return result;
+    std::vector<double> values;
+    for (auto m = odt.begin(); m != odt.end() && at + m->size <= std::ssize(packet);
+         at += m++->size)
+        values.push_back(value_of(packet.data() + at, *m));
+    return values;
 }
 
 } // namespace decoder_reference

@@ -1,4 +1,4 @@
-// From datagrams over the queue to the worker.
+// From datagrams over the queue to the worker, and frames in files.
 
 #include "api_xcp_daq.h"
 #include "api_xcp_daq_threads.h"
@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <memory>
+#include <sstream>
 #include <thread>
 
 using namespace std::chrono_literals;
@@ -34,16 +35,9 @@ std::vector<Bytes> queued() {
     return frames;
 }
 
-// ---- ingestion ----
-
 TEST(Ingestion, QueuesDaqPacketsAndReportsServiceRequests) {
-    struct Case {
-        Bytes payload;
-        std::vector<Bytes> frames;
-        std::string output;
-    };
-    const Case cases[] = {
-        {{}, {}, ""},
+    const std::tuple<Bytes, std::vector<Bytes>, std::string> cases[] = {
+        {Bytes{}, {}, ""},
         {{3, 0, 7, 7, 0, 0, 1, 2, 0, 8, 7, 0xBF, 3}, {{0, 0, 1}, {0xBF, 3}}, ""},
         {datagram({Bytes(258, 5)}), {Bytes(258, 5)}, ""},
         {datagram({{0xC0, 0}, {0xFB, 0}, {0xFD, 0}, {0xFE, 0}, {0xFF, 0}}), {}, ""},
@@ -52,52 +46,41 @@ TEST(Ingestion, QueuesDaqPacketsAndReportsServiceRequests) {
          {{1, 0}, {2, 0}},
          "Service Request Reset \nServer Request Text \nServer Request Text \n"},
     };
-    for (const Case& c : cases) {
-        EXPECT_EQ(output_of([&] { push(c.payload); }), c.output);
-        EXPECT_EQ(queued(), c.frames);
+    for (const auto& [payload, frames, output] : cases) {
+        EXPECT_EQ(output_of(push, payload), output);
+        EXPECT_EQ(queued(), frames);
     }
     api_xcp_daq_push_frame(nullptr, 100);
     EXPECT_TRUE(queued().empty());
 }
 
 TEST(Ingestion, ACutOffMessageIsDroppedAndThoseBeforeItStay) {
-    const Bytes whole = datagram({{1, 0, 5, 5}, {2, 0, 6, 6, 6}});
-    for (std::size_t length = 0; length <= whole.size(); ++length) {
-        push(Bytes(whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(length)));
-        EXPECT_EQ(queued().size(), length == whole.size() ? 2U : length >= 8 ? 1U : 0U) << length;
+    Bytes payload = datagram({{1, 0, 5, 5}, {2, 0, 6, 6, 6}});
+    for (std::size_t length = payload.size(); length > 0; payload.resize(--length)) {
+        push(payload);
+        EXPECT_EQ(queued().size(), length == 17 ? 2U : length >= 8 ? 1U : 0U) << length;
     }
 }
 
-// ---- queue ----
-
 TEST(FrameQueue, KeepsOrderAndAUnitForEachOfThousandsOfFrames) {
-    constexpr std::uint16_t frames = 20000;
-    const auto numbered = [](std::uint16_t number) {
-        return Bytes{static_cast<std::uint8_t>(number), static_cast<std::uint8_t>(number >> 8)};
+    constexpr std::size_t frames = 20000;
+    const auto numbered = [](std::size_t i) {
+        return Bytes(i % 300, static_cast<std::uint8_t>(i / 300));
     };
-    for (std::uint16_t i = 0; i < frames; ++i)
+    for (std::size_t i = 0; i < frames; ++i)
         XCPFrameBuffer.push(numbered(i));
-    EXPECT_EQ(XCPFrameBuffer.size(), frames);
-    int units = 0;
+    std::ptrdiff_t units = 0;
     while (XcpFrameBufferCount.try_acquire())
         ++units;
     EXPECT_EQ(units, frames);
     XcpFrameBufferCount.release(units);
-    for (std::uint16_t i = 0; i < frames; ++i)
+    EXPECT_EQ(XCPFrameBuffer.size(), frames);
+    for (std::size_t i = 0; i < frames; ++i)
         ASSERT_EQ(XCPFrameBuffer.wait_for_buffer(0ms), numbered(i));
-    EXPECT_FALSE(XcpFrameBufferCount.try_acquire());
 
     const auto start = std::chrono::steady_clock::now();
     EXPECT_EQ(XCPFrameBuffer.wait_for_buffer(50ms), EmptyFrameBuffer);
-    EXPECT_GE(std::chrono::steady_clock::now() - start, 50ms);
-}
-
-// ---- worker ----
-
-Time now() {
-    timespec time{};
-    clock_gettime(CLOCK_REALTIME, &time);
-    return {time.tv_sec, time.tv_nsec};
+    EXPECT_GE(std::chrono::steady_clock::now() - start, 50ms) << "a unit without a frame";
 }
 
 class Worker : public testing::Test {
@@ -111,42 +94,45 @@ class Worker : public testing::Test {
     ~Worker() override { object.stopWorkerThreads(); }
 
     static void push_value(std::uint8_t value) { push(datagram({{0, 0, value}})); }
+    static double next_value() { return host().take_writes(1).at(0).value; }
     static void await_empty_queue() {
         while (XCPFrameBuffer.size() > 0)
             std::this_thread::yield();
     }
-    static std::vector<double> values(std::size_t count) {
-        std::vector<double> result;
-        for (const auto& write : host().take_writes(count))
-            result.push_back(write.value);
-        return result;
+    void take_all_and_stop() {
+        await_empty_queue();
+        object.stopWorkerThreads();
     }
 };
 
-TEST_F(Worker, DecodesWhileEnabledAndDiscardsOtherwise) {
-    push_value(1);
+TEST_F(Worker, IsOneAtATimeAndBelongsToTheObjectThatStartedIt) {
+    api_xcp_daq other;
+    other.stopWorkerThreads();
     object.startWorkerThreads();
-    await_empty_queue();
+    object.startWorkerThreads();
+    other.startWorkerThreads();
+    other.stopWorkerThreads();
+    EXPECT_EQ(frameThreadStopped, 0) << "the other object has no worker to stop";
+    take_all_and_stop();
     object.stopWorkerThreads();
+    EXPECT_EQ(host().calls, "Transport_udp::instance\nsetprio 0 22\n");
     api_xcp_daq::enableDAQProcessing();
-    object.startWorkerThreads();
-    push_value(2);
-    push_value(3);
-    EXPECT_EQ(values(2), (std::vector<double>{2, 3}));
-    api_xcp_daq::disableDAQProcessing();
-    push_value(4);
-    await_empty_queue();
-    object.stopWorkerThreads();
-    EXPECT_TRUE(host().take_writes().empty());
-    const std::string start = "Transport_udp::instance\nsetprio 0 22\n";
-    EXPECT_EQ(host().calls, start + start);
+    other.startWorkerThreads();
+    push_value(1);
+    EXPECT_EQ(next_value(), 1);
+    other.stopWorkerThreads();
 }
 
-TEST_F(Worker, TheFirstFrameAfterAStartSetsTheBaseEvenWhileDisabled) {
-    object.startWorkerThreads();
+Time now() {
+    timespec time{};
+    clock_gettime(CLOCK_REALTIME, &time);
+    return {time.tv_sec, time.tv_nsec};
+}
+
+TEST_F(Worker, DecodesWhileEnabledAndTakesTheBaseAtTheFirstFrameAnyway) {
     push_value(1);
-    await_empty_queue();
-    object.stopWorkerThreads();
+    object.startWorkerThreads();
+    take_all_and_stop();
     const Time start = now();
     object.startWorkerThreads();
     push_value(1);
@@ -155,43 +141,92 @@ TEST_F(Worker, TheFirstFrameAfterAStartSetsTheBaseEvenWhileDisabled) {
     const Time firstFrameDone = now();
     api_xcp_daq::enableDAQProcessing();
     push(datagram({{0, 0, 1, 0, 0, 0, 2}}));
-    const Time base = host().take_writes(1).at(0).sampleTime;
-    EXPECT_GE(base, start) << "each start stamps afresh";
-    EXPECT_LE(base, firstFrameDone);
+    const auto write = host().take_writes(1).at(0);
+    EXPECT_EQ(write.value, 2);
+    EXPECT_GE(write.sampleTime, start) << "each start stamps afresh";
+    EXPECT_LE(write.sampleTime, firstFrameDone);
+    api_xcp_daq::disableDAQProcessing();
+    push_value(3);
+    take_all_and_stop();
+    EXPECT_TRUE(host().take_writes().empty());
 }
 
-TEST_F(Worker, OneAtATimeBelongsToTheObjectThatStartedIt) {
-    api_xcp_daq other;
-    other.stopWorkerThreads();
-    object.startWorkerThreads();
-    object.startWorkerThreads();
-    other.startWorkerThreads();
-    other.stopWorkerThreads();
-    EXPECT_EQ(frameThreadStopped, 0) << "the other object has no worker to stop";
+TEST_F(Worker, EndsWithinAWaitWhenIdle) {
     api_xcp_daq::enableDAQProcessing();
-    push_value(1);
-    EXPECT_EQ(values(1), std::vector<double>{1});
-    object.stopWorkerThreads();
-    object.stopWorkerThreads();
-    EXPECT_EQ(std::count(host().calls.begin(), host().calls.end(), '\n'), 2);
-    other.startWorkerThreads();
-    push_value(2);
-    EXPECT_EQ(values(1), std::vector<double>{2});
-    other.stopWorkerThreads();
-}
-
-TEST_F(Worker, AnIdleOneEndsWithinAWait) {
-    api_xcp_daq::enableDAQProcessing();
-    std::chrono::steady_clock::duration longest{};
+    auto longest = 0ns;
     for (int round = 0; round < 3; ++round) { // a stop may come just before the wait
         object.startWorkerThreads();
         push_value(1);
-        EXPECT_EQ(values(1).size(), 1U);
+        next_value();
         const auto stop = std::chrono::steady_clock::now();
         object.stopWorkerThreads();
         longest = std::max(longest, std::chrono::steady_clock::now() - stop);
     }
     EXPECT_LT(longest, 1s);
+}
+
+TEST(FrameDump, AppendsToTheFileOfTheProcess) {
+    const std::string path = "/tmp/api_xcp_frame_daq_" + std::to_string(getpid()) + ".txt";
+    std::filesystem::create_directory(path);
+    EXPECT_FALSE(api_xcp_daq::openFrameDataDump());
+    EXPECT_TRUE(api_xcp_daq::closeFrameDataDump());
+    std::filesystem::remove(path);
+    std::ofstream(path) << "old ";
+    for (const char* text : {"one ", "two"}) {
+        EXPECT_TRUE(api_xcp_daq::openFrameDataDump());
+        appData.frameDumpFile << text;
+        EXPECT_TRUE(api_xcp_daq::closeFrameDataDump());
+    }
+    std::ifstream file(path);
+    EXPECT_EQ(std::string(std::istreambuf_iterator<char>(file), {}), "old one two");
+    std::filesystem::remove(path);
+}
+
+Bytes next_frame() {
+    Bytes frame = {0xEE}; // is appended to, never cleared
+    const std::int64_t size = api_xcp_daq::readFrameData(&frame, 1);
+    EXPECT_EQ(size + 1, static_cast<std::int64_t>(frame.size()));
+    EXPECT_EQ(frame.at(0), 0xEE);
+    return Bytes(frame.begin() + 1, frame.end());
+}
+
+TEST(Replay, ReadsRecordsAsTheyStand) {
+    const std::pair<std::string, std::vector<Bytes>> cases[] = {
+        // several lines, any case
+        {"18 \n0,1,2,3,4,5,6,7,8,9,a,B,c,d,e,f\nfe,FF\n1 \n5\n",
+         {{0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 0xFE, 0xFF}, {5}}},
+        // a whole line, but 16 values of it at most
+        {"3 \n1,2,3,4,5\n5 \n1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1\n",
+         {{1, 2, 3, 4, 5}, Bytes(16, 1)}},
+        // a length that says nothing takes one line
+        {"0 \n1,2\n-7 \n3\nlength\n4,5\n", {{1, 2}, {3}, {4, 5}}},
+        // values as their format reads them
+        {"6 \n1ff, 0x2,3 ,9\r\n\nxyz\n4\r\n5,6\n2 text\n1,2\n", {{0xFF, 2, 3, 4, 5, 6}, {1, 2}}},
+        {"1 \n5\n\n2 \n6,7\n", {{5}, {2}}}, // out of step after an empty line
+        {"4 \n1,2", {{1, 2}}},              // a file that ends early
+        {"1 \n5\n9", {{5}}},                // a last length line without a line feed
+    };
+    for (const auto& [text, frames] : cases) {
+        const TemporaryFile file(text);
+        appData.frameReplayFile = std::ifstream(file.path());
+        EXPECT_TRUE(api_xcp_daq::openReadFrameData()) << "a file that is open stays";
+        for (const Bytes& frame : frames)
+            EXPECT_EQ(next_frame(), frame) << text;
+        EXPECT_TRUE(next_frame().empty() && next_frame().empty()) << text;
+    }
+}
+
+class FailsAfterItsText : public std::stringbuf {
+    using std::stringbuf::stringbuf;
+    int_type underflow() override { throw std::runtime_error("input/output error"); }
+};
+
+TEST(Replay, AFileThatFailsEndsThere) {
+    EXPECT_TRUE(next_frame().empty()) << "nothing was opened yet";
+    FailsAfterItsText text("1 \n9\n20 \n1,2,3\n");
+    static_cast<std::ios&>(appData.frameReplayFile).rdbuf(&text);
+    for (const Bytes& frame : {Bytes{9}, Bytes{1, 2, 3}, Bytes{}, Bytes{}})
+        EXPECT_EQ(next_frame(), frame);
 }
 
 } // namespace

@@ -14,25 +14,21 @@
 namespace host_double {
 
 // Kinds as in DaqVariable; 3 is real too, but keeps its owner elsewhere.
-constexpr std::uint16_t real = 1;
-constexpr std::uint16_t integer = 2;
-constexpr std::uint16_t other_real = 3;
-
-constexpr std::int16_t unknown_variable = -300; // answer of find_variable
+constexpr std::uint16_t real = 1, integer = 2, other_real = 3;
 
 using Time = std::pair<std::time_t, long>; // a timespec that can be compared
+
+struct Object {
+    char bytes[512]; // what the library looks at
+    std::string name;
+    std::uint16_t kind;
+};
 
 struct Write {
     std::string variable;
     double value;
     bool asInteger;
     Time sampleTime;
-};
-
-struct Object {
-    char bytes[512]; // what the library looks at
-    std::string name;
-    std::uint16_t kind;
 };
 
 struct Answers {
@@ -44,25 +40,22 @@ struct Answers {
 
 struct Host {
     timespec clock{1'700'000'000, 0};
+    Answers answers;
     bool noAddress = false;    // get_vrbl_adr finds nothing
     bool noDescriptor = false; // daq_variable_setup fails
-    Answers answers;
+
+    std::mutex mutex; // guards the rest while a worker runs
+    std::condition_variable written;
+    std::map<std::string, Object> objects;
+    std::vector<Write> writes;
     std::string calls; // a line each, such as "setprio 0 22"
 
-    void define(const std::string& name, std::uint16_t kind, const std::string& owner = "");
-    std::uint16_t marker(const std::string& name, std::size_t byte) const;
+    Object& define(const std::string& name, std::uint16_t kind, const std::string& owner = "");
 
     // The writes since the last time, once there are `count`; none when they do not come in 10 s.
     std::vector<Write> take_writes(std::size_t count = 0);
-
-    // The rest serves the host functions.
-    std::map<std::string, Object> objects;
-    std::mutex mutex; // guards written and calls
-    std::condition_variable changed;
-    std::vector<Write> written;
 };
 
-// The host of this process.
-Host& host();
+Host& host(); // of this process
 
 } // namespace host_double

@@ -17,7 +17,6 @@ class TemporaryFile {
     TemporaryFile& operator=(const TemporaryFile&) = delete;
 
     const std::string& path() const { return path_; }
-
     std::string text() const {
         std::ifstream file(path_, std::ios::binary);
         return {std::istreambuf_iterator<char>(file), {}};
@@ -31,14 +30,14 @@ class TemporaryFile {
 };
 
 // What `act` writes to standard output and flushes.
-template <class Act>
-std::string output_of(const Act& act) {
+template <class Act, class... Argument>
+std::string output_of(const Act& act, const Argument&... argument) {
     const TemporaryFile output;
     std::fflush(stdout);
     const int before = dup(STDOUT_FILENO);
     std::FILE* file = std::fopen(output.path().c_str(), "a");
     dup2(fileno(file), STDOUT_FILENO);
-    act();
+    act(argument...);
     const std::string text = output.text();
     dup2(before, STDOUT_FILENO);
     std::fclose(file);
