@@ -89,8 +89,10 @@ TEST(ValueConversion, TruncatesAndClampsAtTheLimits) {
         {-1e19, INT32_MIN, INT64_MIN, top},
         {NAN, INT32_MIN, INT64_MIN, top},
     };
-    for (const auto& [x, i32, i64, u64] : cases)
+    for (const auto& [x, i32, i64, u64] : cases) {
         EXPECT_EQ(std::tuple(trunc_i32(x), trunc_i64(x), trunc_u64(x)), std::tuple(i32, i64, u64));
+        EXPECT_EQ(std::tuple(portable::trunc_i32(x), portable::trunc_i64(x)), std::tuple(i32, i64));
+    }
     EXPECT_EQ(check_bounds(5, 3, 10), 3) << "the upper limit comes first";
     EXPECT_EQ(check_long_bounds(2000, 1000.0, 1500.0), 1000U);
     EXPECT_EQ(check_long_bounds(5, 1000.0, 1500.0), 1500U);

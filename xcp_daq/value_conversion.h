@@ -9,18 +9,41 @@
 
 namespace xcp_daq {
 
-// NaN fails every comparison and so ends at the minimum, as do all values out of range.
+constexpr double two_to_63 = 9223372036854775808.0;
+
+// For any processor. NaN fails every comparison and so ends at the minimum, as do all values out of
+// range.
+namespace portable {
+
 inline std::int32_t trunc_i32(double x) {
     return x > -2147483649.0 && x < 2147483648.0 ? static_cast<std::int32_t>(x)
                                                  : std::numeric_limits<std::int32_t>::min();
 }
 
-constexpr double two_to_63 = 9223372036854775808.0;
-
 inline std::int64_t trunc_i64(double x) {
     return x >= -two_to_63 && x < two_to_63 ? static_cast<std::int64_t>(x)
                                             : std::numeric_limits<std::int64_t>::min();
 }
+
+} // namespace portable
+
+// The same: these processors' instruction gives the minimum for NaN and for what does not fit. Not
+// by its intrinsic, which g++ 12 computes for a constant with another result.
+#if defined(__x86_64__)
+inline std::int32_t trunc_i32(double x) {
+    std::int32_t result;
+    asm("cvttsd2si %1, %0" : "=r"(result) : "x"(x));
+    return result;
+}
+inline std::int64_t trunc_i64(double x) {
+    std::int64_t result;
+    asm("cvttsd2si %1, %0" : "=r"(result) : "x"(x));
+    return result;
+}
+#else
+using portable::trunc_i32;
+using portable::trunc_i64;
+#endif
 
 // Negative values wrap modulo 2^64; 2^64 and above give 0.
 inline std::uint64_t trunc_u64(double x) {
