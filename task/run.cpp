@@ -51,14 +51,13 @@ class Run {
   public:
     Run(const Options& options, api_xcp_daq& daq, TerminationSignals& signals)
         : options_(options), daq_(daq), signals_(signals), source_(make_source(options)) {
+        const auto noRoom = source_->can_wait() ? NoRoom::waits : NoRoom::loses;
+        const auto urgent = [&signals] { return signals.urgent(); };
         if (options.dump)
-            dump_.emplace();
+            dump_.emplace(noRoom, urgent);
         intake_.emplace(source_->can_wait(), dump_ ? &*dump_ : nullptr);
         if (options.record)
-            recorder_.emplace(*options.record,
-                              source_->can_wait() ? CsvRecorder::NoRoom::waits
-                                                  : CsvRecorder::NoRoom::loses,
-                              [&signals] { return signals.urgent(); });
+            recorder_.emplace(*options.record, noRoom, urgent);
         observer_.emplace(recorder_ ? &*recorder_ : nullptr);
     }
 

@@ -8,6 +8,7 @@
 #include "task/configuration/spec_file.h"
 #include "task/configuration/table_file.h"
 #include "task/output/csv_recorder.h"
+#include "task/output/frame_dump.h"
 #include "task/output/live_view.h"
 #include "task/output/message_counter.h"
 #include "task/output/packet_watch.h"
@@ -16,6 +17,7 @@
 #include "temporary_file.h"
 #include "xcp_daq/value_conversion.h"
 
+#include <fmt/format.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -400,7 +402,43 @@ TEST(LiveTable, ShowsWhatFitsAndWhatHappened) {
         EXPECT_LE(columns(line), 30) << line;
 }
 
-// ---- recording ----
+// ---- recording and dump ----
+
+// What is reported at the end.
+template <class Output>
+std::string losses_of(Output& output) {
+    try {
+        output.close();
+    } catch (const io::FileError& error) {
+        return error.what();
+    }
+    return "nothing";
+}
+
+bool never() {
+    return false;
+}
+
+// The fast way of whole numbers against the text of any double, at its borders.
+TEST(CsvRecorder, WritesTheShortestTextOfEveryValue) {
+    const auto& variable = VariableStore::instance().define("v", VariableKind::real, "");
+    const TemporaryFile file;
+    const auto& other = VariableStore::instance().define("w", VariableKind::real, "");
+    std::string expected = "sample_time,v,w\n";
+    task::CsvRecorder recorder(file.path(), task::NoRoom::waits, never);
+    for (const double value :
+         {0.0, -0.0, 1.0, -7.0, 0.1, 1e15 - 1, 1e15, -1e15, 1e15 + 1, 1e16, 1e17, 0x1p53,
+          4294967295.5, -0x1p63, 1e-7, double{NAN}, -double{INFINITY}}) {
+        recorder.take(variable, value, {5, 6});
+        expected += fmt::format("5.000000006,{},\n", value);
+    }
+    recorder.take(other, 2, {5, 7});
+    expected += "5.000000007,,2\n";
+    EXPECT_EQ(losses_of(recorder), "nothing");
+    EXPECT_EQ(file.text(), expected);
+}
+
+constexpr int too_many = 3'000'000; // values, for the recorder's ring
 
 TEST(CsvRecorder, NeverWaitsForADiskThatCannotFollow) {
     std::signal(SIGPIPE, SIG_IGN);
@@ -410,32 +448,44 @@ TEST(CsvRecorder, NeverWaitsForADiskThatCannotFollow) {
     std::filesystem::remove(place.path());
     ASSERT_EQ(mkfifo(place.path().c_str(), 0600), 0);
     const int reader = open(place.path().c_str(), O_RDONLY | O_NONBLOCK);
-    task::CsvRecorder recorder(place.path(), task::CsvRecorder::NoRoom::loses,
-                               [] { return false; });
-    constexpr int values = 3'000'000; // more than the recorder's buffer holds
-    for (int i = 0; i < values; ++i)
+    task::CsvRecorder recorder(place.path(), task::NoRoom::loses, never);
+    for (int i = 0; i < too_many; ++i)
         recorder.take(variable, 0.5, {7, i / 2}); // two of each time
     std::string start(64, '\0');
     ASSERT_EQ(read(reader, start.data(), start.size()), 64);
     EXPECT_TRUE(
         start.starts_with("sample_time,\"a\"\"b\",\"c,d\"\n7.000000000,0.5,\n7.000000000,"));
     close(reader);
-    try {
-        recorder.close();
-        FAIL() << "nothing was reported";
-    } catch (const io::FileError& error) {
-        std::smatch count;
-        const std::string text = error.what();
-        ASSERT_TRUE(std::regex_match(text, count,
-                                     std::regex(place.path() +
-                                                ": (\\d+) lines were not written: Broken pipe; "
-                                                "(\\d+) values were not written: the disk cannot "
-                                                "follow")))
-            << text;
-        const int unwritten = std::stoi(count[1]) + std::stoi(count[2]);
-        EXPECT_LT(unwritten, values);
-        EXPECT_GT(unwritten, values - 10'000) << "the pipe holds 64 KiB of lines";
-    }
+    const std::string losses = losses_of(recorder);
+    std::smatch count;
+    ASSERT_TRUE(std::regex_match(
+        losses, count,
+        std::regex(place.path() + ": (\\d+) lines were not written: Broken pipe; "
+                                  "(\\d+) values were not written: the disk cannot follow")))
+        << losses;
+    const int unwritten = std::stoi(count[1]) + std::stoi(count[2]);
+    EXPECT_LT(unwritten, too_many);
+    EXPECT_GT(unwritten, too_many - 10'000) << "the pipe holds 64 KiB of lines";
+}
+
+TEST(CsvRecorder, TellsADiskFromFormattingThatCannotFollow) {
+    const auto& variable = VariableStore::instance().define("v", VariableKind::real, "");
+    task::CsvRecorder recorder("/dev/null", task::NoRoom::loses, never);
+    for (int i = 0; i < too_many; ++i)
+        recorder.take(variable, i / 7.0, {7, i});
+    const std::string losses = losses_of(recorder);
+    EXPECT_TRUE(losses.ends_with(" values were not written: formatting cannot follow")) << losses;
+}
+
+TEST(FrameDump, TellsWhatTheDiskRefused) {
+    const std::string path = "/tmp/api_xcp_frame_daq_" + std::to_string(getpid()) + ".txt";
+    std::filesystem::create_symlink("/dev/full", path);
+    task::FrameDump dump(task::NoRoom::waits, never);
+    // Two packets, a response between them; one that is cut off.
+    dump.take(Bytes{1, 0, 0, 0, 7, 1, 0, 1, 0, 0xFF, 2, 0, 2, 0, 8, 9, 5, 0, 3, 0, 1});
+    dump.take(Bytes{1, 0, 4, 0, 7});
+    EXPECT_EQ(losses_of(dump), path + ": 3 packets were not written: No space left on device");
+    std::filesystem::remove(path);
 }
 
 } // namespace

@@ -59,8 +59,8 @@ class MessageWalk {
         return true;
     }
 
-    // After the end: whether bytes were left that are no whole message.
-    bool cut_off() const { return !rest.empty(); }
+    // The bytes that were not taken yet. After the end they are no whole message.
+    std::size_t left() const { return rest.size(); }
 
   private:
     std::span<const std::uint8_t> rest;

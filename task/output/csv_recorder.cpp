@@ -2,7 +2,7 @@
 
 #include "io/file_error.h"
 
-#include <fmt/format.h>
+#include <fmt/compile.h>
 
 #include <fcntl.h>
 #include <poll.h>
@@ -10,9 +10,8 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <chrono>
+#include <cmath>
 #include <cstring>
-#include <stop_token>
 #include <string_view>
 
 namespace task {
@@ -24,10 +23,7 @@ using io::FileError;
 namespace {
 
 constexpr std::size_t ring_size = 1'048'576; // values; a second or more at the link's rate
-constexpr std::chrono::milliseconds idle_pause{5};
-constexpr int longest_poll = 100; // milliseconds until a wait for the file looks up
-constexpr const char* not_waited_for = "the run was told not to wait for the file";
-constexpr std::size_t text_size = 65'536; // bytes; what is written at once
+constexpr int longest_poll = 100;            // milliseconds until a wait for the file looks up
 
 bool same_time(const timespec& a, const timespec& b) {
     return a.tv_sec == b.tv_sec && a.tv_nsec == b.tv_nsec;
@@ -43,80 +39,77 @@ std::string cell_text(const std::string& name) {
     return text + "\"";
 }
 
+io::FileDescriptor open_recording(const std::string& path) {
+    io::FileDescriptor file(open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666));
+    if (file.get() < 0)
+        throw FileError(path, std::strerror(errno));
+    fcntl(file.get(), F_SETFL, O_NONBLOCK); // only now: a pipe may wait for its reader
+    return file;
+}
+
+fmt::memory_buffer header_line() {
+    fmt::memory_buffer text;
+    text.append(std::string_view("sample_time"));
+    for (const Variable& variable : VariableStore::instance().variables())
+        fmt::format_to(std::back_inserter(text), ",{}", cell_text(variable.name()));
+    text.push_back('\n');
+    return text;
+}
+
+// The shortest text that reads back as the value. Most values are whole numbers, which are had for
+// less; those beyond 15 digits have exponents.
+void append_number(fmt::memory_buffer& text, double value) {
+    constexpr double longest_whole = 1e15;
+    const auto end = std::back_inserter(text);
+    if (std::abs(value) < longest_whole && value == std::trunc(value) &&
+        !(value == 0 && std::signbit(value)))
+        fmt::format_to(end, FMT_COMPILE("{}"), static_cast<std::int64_t>(value));
+    else
+        fmt::format_to(end, FMT_COMPILE("{}"), value);
+}
+
 } // namespace
 
 CsvRecorder::CsvRecorder(const std::string& path, NoRoom noRoom, std::function<bool()> urgent)
-    : path_(path), noRoomDoes_(noRoom), urgent_(std::move(urgent)),
-      file_(open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666)), ring_(ring_size),
-      line_(VariableStore::instance().variables().size()) {
-    if (file_.get() < 0)
-        throw FileError(path, std::strerror(errno));
-    fcntl(file_.get(), F_SETFL, O_NONBLOCK); // only now: a pipe may wait for its reader
-    write_header();
-    thread_ = std::jthread([this](const std::stop_token& stop) { write_cells(stop); });
-}
+    : path_(path), file_(open_recording(path)), line_(VariableStore::instance().variables().size()),
+      text_(header_line()), writer_(ring_size, noRoom, std::move(urgent), *this) {}
 
-void CsvRecorder::write_header() {
-    text_ = "sample_time";
-    for (const Variable& variable : VariableStore::instance().variables())
-        text_.append(",").append(cell_text(variable.name()));
-    text_ += '\n';
-}
-
-void CsvRecorder::take(const Variable& variable, double value, const timespec& sampleTime) {
-    const std::uint64_t end = appended_.load(std::memory_order_relaxed);
-    while (end - taken_.load(std::memory_order_acquire) == ring_size) {
-        if (noRoomDoes_ == NoRoom::loses || urgent_()) {
-            ++lost_;
-            return;
-        }
-        std::this_thread::sleep_for(idle_pause);
+std::size_t CsvRecorder::add(std::span<const RecordedValue> values) {
+    for (const RecordedValue& each : values) {
+        if (!lineBegun_ || !same_time(each.time, lineTime_) || line_[each.column])
+            begin_line(each.time);
+        line_[each.column] = each.value;
     }
-    ring_[end % ring_size] = {variable.number(), value, sampleTime};
-    appended_.store(end + 1, std::memory_order_release);
+    return text_.size();
 }
 
-void CsvRecorder::write_cells(const std::stop_token& stop) {
-    for (;;) {
-        const bool last = stop.stop_requested(); // looked at first: what came before it is seen
-        const std::uint64_t end = appended_.load(std::memory_order_acquire);
-        for (std::uint64_t next = taken_.load(std::memory_order_relaxed); next < end; ++next) {
-            add_to_line(ring_[next % ring_size]);
-            taken_.store(next + 1, std::memory_order_release);
-        }
-        if (last)
-            end_line();
-        write_text();
-        if (last)
-            return;
-        std::this_thread::sleep_for(idle_pause);
-    }
-}
-
-void CsvRecorder::add_to_line(const Cell& cell) {
-    if (lineBegun_ && (!same_time(cell.time, lineTime_) || !line_[cell.column].empty()))
-        end_line();
+void CsvRecorder::begin_line(const timespec& time) {
+    end_line();
     lineBegun_ = true;
-    lineTime_ = cell.time;
-    line_[cell.column] = fmt::format("{}", cell.value);
+    lineTime_ = time;
 }
 
 void CsvRecorder::end_line() {
     if (!lineBegun_)
         return;
-    text_ +=
-        fmt::format("{}.{:09},{}\n", lineTime_.tv_sec, lineTime_.tv_nsec, fmt::join(line_, ","));
-    if (text_.size() >= text_size)
-        write_text();
-    for (std::string& cell : line_)
-        cell.clear();
+    fmt::format_to(std::back_inserter(text_), FMT_COMPILE("{}.{:09}"), lineTime_.tv_sec,
+                   lineTime_.tv_nsec);
+    for (std::optional<double>& cell : line_) {
+        text_.push_back(',');
+        if (cell)
+            append_number(text_, *cell);
+        cell.reset();
+    }
+    text_.push_back('\n');
     lineBegun_ = false;
 }
 
-void CsvRecorder::write_text() {
-    std::string_view rest = text_;
+void CsvRecorder::write(bool last) {
+    if (last)
+        end_line();
+    std::string_view rest(text_.data(), text_.size());
     while (!rest.empty() && diskError_.empty()) {
-        const ssize_t written = write(file_.get(), rest.data(), rest.size());
+        const ssize_t written = ::write(file_.get(), rest.data(), rest.size());
         if (written >= 0)
             rest.remove_prefix(static_cast<std::size_t>(written));
         else if (errno == EAGAIN)
@@ -132,21 +125,20 @@ void CsvRecorder::write_text() {
 void CsvRecorder::wait_for_file() {
     pollfd file{file_.get(), POLLOUT, 0};
     while (poll(&file, 1, longest_poll) == 0)
-        if (urgent_()) {
-            diskError_ = not_waited_for;
+        if (writer_.urgent()) {
+            diskError_ = writer_.not_waited_for;
             return;
         }
 }
 
 void CsvRecorder::close() {
-    thread_.request_stop();
-    thread_.join();
+    writer_.close();
     std::string losses;
     if (unwritten_ > 0)
         losses = fmt::format("{} lines were not written: {}", unwritten_, diskError_);
     if (lost_ > 0)
         losses += fmt::format("{}{} values were not written: {}", losses.empty() ? "" : "; ", lost_,
-                              urgent_() ? not_waited_for : "the disk cannot follow");
+                              writer_.cause_of_loss());
     if (!losses.empty())
         throw FileError(path_, losses);
 }

@@ -19,7 +19,7 @@ void MessageCounter::take(std::span<const std::uint8_t> payload) {
     add(bytes_, payload.size());
     add(messages_, count);
     add(daqPackets_, daqPackets);
-    add(cutOff_, messages.cut_off() ? 1 : 0);
+    add(cutOff_, messages.left() > 0 ? 1 : 0);
 }
 
 // The counter wraps, so what lies in the half before the expected value is taken as the past.
