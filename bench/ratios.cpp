@@ -105,6 +105,8 @@ int main(int argc, char** argv) {
     bench::add_frame_path();
     bench::add_network();
     bench::add_growth();
+    bench::add_allocator();
+    bench::add_output();
     benchmark::Initialize(&argc, argv);
     if (benchmark::ReportUnrecognizedArguments(argc, argv))
         return 1;

@@ -42,5 +42,7 @@ void add_decode();
 void add_frame_path();
 void add_network();
 void add_growth();
+void add_allocator();
+void add_output();
 
 } // namespace bench

@@ -14,5 +14,6 @@ cmake --build "$place/build" >/dev/null
 "$place/build/my_task" "$project/examples/engine.spec" 0.01 |
     grep -q "engSpeed 0 at 0.000000000 s, 0 updates" # in order, though nothing was sent
 
+readelf -d "$place/usr/bin/xcp_daq_task" | grep -q libmimalloc
 "$place/usr/bin/xcp_daq_task" --version | grep -qx "xcp_daq_task 7.0.0"
 test -s "$place/usr/share/man/man1/xcp_daq_task.1"

@@ -1,7 +1,7 @@
 # Sourced by the run-* scripts: makes sure that Debian packages are there, and builds.
 
-build_packages=(g++ cmake ninja-build libcli11-dev libfmt-dev libpcap-dev libgtest-dev)
-bench_packages=(libbenchmark-dev valgrind)
+build_packages=(g++ cmake ninja-build libcli11-dev libfmt-dev libmimalloc-dev libpcap-dev libgtest-dev)
+bench_packages=(libbenchmark-dev valgrind python3-numpy)
 coverage_packages=(gcovr)
 # llvm: the leak check names functions, for which it needs the symbolizer.
 check_packages=(pkg-config clang llvm libclang-rt-14-dev clang-format clang-tidy binutils
