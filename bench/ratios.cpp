@@ -74,6 +74,9 @@ class RatioReporter : public benchmark::BenchmarkReporter {
         if (times.contains("array"))
             std::printf("; over an array %.1f ns, ratio %.2f", times.at("array"),
                         library / times.at("array"));
+        if (times.contains("read")) // an item is a byte
+            std::printf("; %.0f MB/s, a plain read %.0f MB/s", 1e3 / library,
+                        1e3 / times.at("read"));
         if (row.linkSeconds > 0)
             std::printf("; %.2f of a 1 Gbit/s link", row.linkSeconds * 1e9 / library);
         std::printf("\n");
@@ -107,6 +110,7 @@ int main(int argc, char** argv) {
     bench::add_growth();
     bench::add_allocator();
     bench::add_output();
+    bench::add_a2l();
     benchmark::Initialize(&argc, argv);
     if (benchmark::ReportUnrecognizedArguments(argc, argv))
         return 1;

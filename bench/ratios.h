@@ -26,8 +26,8 @@ struct Row {
     double linkSeconds = 0; // an item's time on a saturated 1 Gbit/s link; 0: not shown
 };
 
-// Adds one variant ("library", "floor", "array") of a row; a batch has `items` items. Batches are
-// repeated until the time is long enough, or, when `once` is set, not at all.
+// Adds one variant ("library", "floor", "array", "read") of a row; a batch has `items` items.
+// Batches are repeated until the time is long enough, or, when `once` is set, not at all.
 void add(const Row& row, const std::string& variant, std::size_t items, Prepare prepare,
          bool once = false);
 
@@ -44,5 +44,6 @@ void add_network();
 void add_growth();
 void add_allocator();
 void add_output();
+void add_a2l();
 
 } // namespace bench

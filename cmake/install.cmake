@@ -1,4 +1,5 @@
-# What cmake --install puts where: the library, the stand-in with what a task on it needs, the task.
+# What cmake --install puts where: the library, the stand-in with what a task on it needs, the task, the
+# simulated slave.
 include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
 set(public_headers
@@ -28,7 +29,7 @@ endforeach()
 
 if(XCP_DAQ_BUILD_TASK)
   set_target_properties(xcp_daq_task PROPERTIES INSTALL_RPATH "$ORIGIN/../${CMAKE_INSTALL_LIBDIR}")
-  install(TARGETS xcp_daq_task)
+  install(TARGETS xcp_daq_task xcp_simulated_slave)
   install(FILES task/output/plot.gnuplot DESTINATION ${CMAKE_INSTALL_DATADIR}/xcp_daq)
   install(FILES docs/xcp_daq_task.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
 endif()

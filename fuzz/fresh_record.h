@@ -6,10 +6,6 @@
 #include <iostream>
 #include <set>
 #include <streambuf>
-#include <string_view>
-
-#include <sys/mman.h>
-#include <unistd.h>
 
 namespace fuzz {
 
@@ -38,22 +34,6 @@ class QuietOutput : public std::streambuf {
   private:
     int_type overflow(int_type character) override { return character; }
     std::streamsize xsputn(const char*, std::streamsize count) override { return count; }
-};
-
-// A file in memory that can be opened by its path.
-class MemoryFile {
-  public:
-    explicit MemoryFile(std::string_view content) : number_(memfd_create("fuzz", 0)) {
-        if (write(number_, content.data(), content.size()) != static_cast<ssize_t>(content.size()))
-            std::abort();
-        path_ = "/proc/self/fd/" + std::to_string(number_);
-    }
-    ~MemoryFile() { close(number_); }
-    const std::string& path() const { return path_; }
-
-  private:
-    int number_;
-    std::string path_;
 };
 
 } // namespace fuzz

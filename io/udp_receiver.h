@@ -34,6 +34,11 @@ class UdpReceiver {
     // callback runs after it has returned. May be called again.
     void stop();
 
+    // Sends one datagram from the same socket. Any thread. Throws std::system_error.
+    void send(const UdpEndpoint& to, std::span<const std::uint8_t> payload) const {
+        socket_.send(to, payload);
+    }
+
     const UdpEndpoint& local() const { return socket_.local(); }
     Counters counters() const;
     int buffer_size() const; // bytes of the socket's buffer, as the system granted them

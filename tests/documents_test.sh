@@ -25,7 +25,7 @@ docs/writing-a-task.md tests/consumer/CMakeLists.txt
 PAIRS
 
 # Between placeholders, numbers and keys; literals that the sources break over lines are put together.
-sources=$(cat {xcp_daq,io,host/standin,task,task/*}/*.{h,cpp} 2>/dev/null | tr '\n' '\r' |
+sources=$(cat {xcp,xcp_master,xcp_daq,io,a2l,simulated_slave,host/standin,task,task/*}/*.{h,cpp} 2>/dev/null | tr '\n' '\r' |
     sed -E 's/\\"/\x01/g; s/"[[:space:]\r]*"//g; s/\x01/"/g' | tr '\r' '\n')
 texts=$(grep '^|' docs/messages.md | cut -d '|' -f 2,3 | grep -oE '`[^`]+`' | tr -d '`' |
     sed -E 's/<[^<>]*>|\.{3}|: |[0-9]+|@[A-Z0-9_]+/\n/g' | grep -E '[^ ]{2,} +[^ ]{2,}' | sort -u)

@@ -15,7 +15,8 @@ stand_alone() { # INCLUDE_PATH HEADER...
         -Werror $path -include HEADER -x c++ /dev/null || failed=1
 }
 stand_alone "-Ixcp_daq -Ihost" xcp_daq/*.h host/*.h
-stand_alone "-I. -Ixcp_daq -Ihost" xcp/*.h io/*.h host/standin/*.h task/*.h task/*/*.h
+stand_alone "-I. -Ixcp_daq -Ihost" xcp/*.h xcp_master/*.h io/*.h a2l/*.h simulated_slave/*.h \
+    host/standin/*.h task/*.h task/*/*.h
 
 # A name without a folder is of the same folder, or of the public headers of library and host.
 knows() { # ROOM OTHERS
@@ -26,14 +27,17 @@ knows() { # ROOM OTHERS
 }
 knows xcp xcp
 knows io io
+knows a2l io
+knows xcp_master xcp
+knows simulated_slave 'xcp|a2l|io'
 knows host io
 knows xcp_daq xcp
-knows task 'task|task/(configuration|sources|output)|xcp|io|host/standin'
+knows task 'task|task/(configuration|sources|output)|xcp|xcp_master|a2l|simulated_slave|io|host/standin'
 knows examples 'io|host/standin'
 
 private=$(ls xcp_daq/*.h | grep -vFf <(grep -oE 'xcp_daq/[a-z_]+\.h' cmake/install.cmake) |
     sed 's|.*/||' | paste -sd '|')
 [ -n "$private" ]
-found=$(grep -rnE "#include \"(.*/)?($private)\"" io xcp host task examples || true)
+found=$(grep -rnE "#include \"(.*/)?($private)\"" io a2l xcp xcp_master simulated_slave host task examples || true)
 [ -z "$found" ] || { echo "private headers of the library:"$'\n'"$found"; failed=1; }
 exit $failed

@@ -43,9 +43,9 @@ quietly() {
     rm -f "$log"
 }
 
-# configure_and_build PRESET [TARGET]
+# configure_and_build PRESET [TARGET...]
 configure_and_build() {
     echo "Building the $1 preset"
     quietly cmake --preset "$1"
-    quietly cmake --build --preset "$1" ${2:+--target "$2"}
+    quietly cmake --build --preset "$1" ${2:+--target "${@:2}"}
 }

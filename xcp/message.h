@@ -4,6 +4,7 @@
 
 #include "byte_order.h"
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <span>
@@ -33,12 +34,14 @@ struct Message {
 // Appends one message to a payload. The packet has at most 65535 bytes.
 inline void append_message(std::vector<std::uint8_t>& payload, std::uint16_t ctr,
                            std::span<const std::uint8_t> packet) {
-    const auto length = static_cast<std::uint16_t>(packet.size());
-    payload.push_back(static_cast<std::uint8_t>(length));
-    payload.push_back(static_cast<std::uint8_t>(length >> 8));
-    payload.push_back(static_cast<std::uint8_t>(ctr));
-    payload.push_back(static_cast<std::uint8_t>(ctr >> 8));
-    payload.insert(payload.end(), packet.begin(), packet.end());
+    const std::size_t words[] = {packet.size(), ctr};
+    std::size_t end = payload.size();
+    payload.resize(end + message_header_size + packet.size());
+    for (const std::size_t word : words) {
+        payload[end++] = static_cast<std::uint8_t>(word);
+        payload[end++] = static_cast<std::uint8_t>(word >> 8);
+    }
+    std::copy(packet.begin(), packet.end(), payload.begin() + static_cast<std::ptrdiff_t>(end));
 }
 
 // Walks the messages of one payload without reading beyond it.

@@ -1,0 +1,137 @@
+#pragma once
+// One command at a time, and its answer: time-outs, CTR, and what to do when an answer is late,
+// lost or "busy". Bytes come and go through a Link, which also has the time, so that a session also
+// runs without sockets.
+
+#include "session_error.h"
+#include "xcp/commands.h"
+#include "xcp/error_codes.h"
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <span>
+#include <string>
+#include <vector>
+
+namespace xcp_master {
+
+using Packet = std::vector<std::uint8_t>;
+using Time = std::chrono::nanoseconds; // since any beginning
+
+// The way to the slave. One thread's.
+class Link {
+  public:
+    virtual ~Link() = default;
+    virtual Time now() const = 0;
+
+    // Sends a datagram. May throw; the session has failed then.
+    virtual void send(std::span<const std::uint8_t> datagram) = 0;
+
+    // The next packet from the slave that is no DAQ packet, in their order, waiting for one until
+    // the given time; empty when none came. Throws Interrupted when nobody wants the session any
+    // more.
+    virtual std::optional<Packet> receive(Time until) = 0;
+};
+
+class Interrupted : public SessionError {
+  public:
+    Interrupted() : SessionError("interrupted") {}
+};
+
+// The slave has refused a command.
+class Refused : public SessionError {
+  public:
+    Refused(const std::string& what, std::uint8_t errorCode);
+    std::uint8_t code() const { return code_; }
+    bool is(xcp::Error error) const { return code_ == static_cast<std::uint8_t>(error); }
+
+  private:
+    std::uint8_t code_;
+};
+
+// No answer came to a command, but one to the SYNCH after it: what the slave has done of the
+// command is not known.
+class AnswerLost : public SessionError {
+  public:
+    using SessionError::SessionError;
+};
+
+// Commands and what the slave says, for whoever reads along.
+struct TraceEvent {
+    Time time{};
+    bool sent = false; // to the slave
+    std::span<const std::uint8_t> packet;
+    std::string meaning;
+};
+using Trace = std::function<void(const TraceEvent&)>;
+
+class CommandChannel {
+  public:
+    static constexpr int most_tries = 3; // of a command whose answer does not come
+
+    // The time-out is that of every command of a DAQ session (T1). Link and trace outlive the
+    // object; a trace may be empty.
+    CommandChannel(Link& link, std::chrono::milliseconds timeout, Trace trace);
+
+    // Connects, and from then on speaks the slave's byte order. Throws SessionError when nobody
+    // answers, after most_tries time-outs.
+    xcp::Connect::Answer connect();
+
+    // Disconnects; nothing is left to be done when no answer comes.
+    void disconnect();
+
+    // The same without waiting for the answer.
+    void say_goodbye();
+
+    // Sends the command and gives the slave's answer. `what` names the command's object in errors.
+    // Throws Refused, AnswerLost, or SessionError when the slave has fallen silent.
+    template <class Command>
+    typename Command::Answer request(const Command& command, const std::string& what = "") {
+        const Packet answer = exchange(xcp::command_packet(command, order_), what);
+        const auto value = xcp::read_packet<typename Command::Answer>(answer, order_);
+        if (!value)
+            throw SessionError("the slave's answer to " + std::string(Command::name) +
+                               " is too short");
+        return *value;
+    }
+
+    // The same for a question, which can be asked again when its answer was lost.
+    template <class Command>
+    typename Command::Answer ask(const Command& command, const std::string& what = "") {
+        return again_when_lost([&] { return request(command, what); });
+    }
+
+    // Does `act` from its beginning when an answer was lost in it, most_tries times in all.
+    template <class Act>
+    static auto again_when_lost(const Act& act) {
+        for (int tries = 1; tries < most_tries; ++tries)
+            try {
+                return act();
+            } catch (const AnswerLost&) {
+            }
+        return act();
+    }
+
+    xcp::ByteOrder order() const { return order_; }
+    std::chrono::milliseconds timeout() const { return timeout_; }
+
+  private:
+    std::optional<Packet> try_to_connect();
+    Packet exchange(const Packet& command, const std::string& what);
+    Packet exchange_once(const Packet& command);
+    void synchronise(const std::string& unanswered);
+    void send(const Packet& command);
+    std::optional<Packet> await_answer(std::uint8_t command);
+    void pause(std::chrono::milliseconds duration);
+    void tell(bool sent, const Packet& packet, std::string meaning);
+
+    Link& link_;
+    const std::chrono::milliseconds timeout_;
+    const Trace trace_;
+    xcp::ByteOrder order_ = xcp::ByteOrder::little;
+    std::uint16_t ctr_ = 0;
+};
+
+} // namespace xcp_master

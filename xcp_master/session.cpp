@@ -1,0 +1,178 @@
+#include "session.h"
+
+#include <cstdio>
+#include <numeric>
+
+namespace xcp_master {
+
+namespace {
+
+using xcp::Error;
+using xcp::StartStopDaqList;
+using xcp::StartStopSynch;
+
+// "engSpeed at 0x00027a28, extension 1".
+std::string place_text(const MeasuredValue& value) {
+    char text[40];
+    std::snprintf(text, sizeof text, " at 0x%08x, extension %u", value.address, value.extension);
+    return value.name + text;
+}
+
+std::string size_text(const DaqPlan& plan) {
+    std::size_t odts = 0;
+    std::size_t entries = 0;
+    for (const DaqList& list : plan.lists) {
+        odts += list.odts.size();
+        for (const Odt& odt : list.odts)
+            entries += odt.size();
+    }
+    return std::to_string(plan.lists.size()) + " lists, " + std::to_string(odts) + " ODTs and " +
+           std::to_string(entries) + " entries";
+}
+
+// Calls `use(list number, list)` for each list.
+template <class Use>
+void for_each_list(const DaqPlan& plan, Use&& use) {
+    for (std::size_t i = 0; i < plan.lists.size(); ++i)
+        use(static_cast<std::uint16_t>(i), plan.lists[i]);
+}
+
+// Calls `use(list number, ODT number, ODT)` for each ODT.
+template <class Use>
+void for_each_odt(const DaqPlan& plan, Use&& use) {
+    for_each_list(plan, [&](std::uint16_t daq, const DaqList& list) {
+        for (std::size_t i = 0; i < list.odts.size(); ++i)
+            use(daq, static_cast<std::uint8_t>(i), list.odts[i]);
+    });
+}
+
+} // namespace
+
+Session::Session(Link& link, std::chrono::milliseconds timeout, Trace trace)
+    : channel_(link, timeout, std::move(trace)) {}
+
+SlaveProperties Session::connect(const StatedProperties& stated,
+                                 const std::vector<WantedList>& lists) {
+    const auto answer = connect_or_leave();
+    connected_ = true;
+    try {
+        SlaveProperties slave = ask_properties(channel_, answer, stated);
+        check_form(slave);
+        ask_events(channel_, lists, stated, slave);
+        return slave;
+    } catch (const SessionError&) {
+        give_up();
+        throw;
+    }
+}
+
+// A slave that was only slow is not to take the master for connected.
+xcp::Connect::Answer Session::connect_or_leave() {
+    try {
+        return channel_.connect();
+    } catch (const SessionError&) {
+        channel_.say_goodbye();
+        throw;
+    }
+}
+
+void Session::start(const DaqPlan& plan, const std::function<void()>& beforeStart) {
+    for (int setups = 1;; ++setups)
+        try {
+            set_up(plan);
+            beforeStart();
+            channel_.request(StartStopSynch{StartStopSynch::start_selected});
+            return;
+        } catch (const AnswerLost&) {
+            if (setups == most_setups) {
+                give_up();
+                throw;
+            }
+        } catch (const SessionError&) {
+            give_up();
+            throw;
+        }
+}
+
+void Session::set_up(const DaqPlan& plan) {
+    free_lists();
+    try {
+        allocate(plan);
+    } catch (const Refused& refused) {
+        if (refused.is(Error::memory_overflow))
+            throw SessionError("the slave has too little memory for " + size_text(plan) + ": " +
+                               refused.what());
+        throw;
+    }
+    write_entries(plan);
+    select_lists(plan);
+}
+
+// FREE_DAQ is refused while lists run, as after a lost answer to the start. What the slave says
+// when none runs differs from slave to slave.
+void Session::free_lists() {
+    try {
+        channel_.request(StartStopSynch{StartStopSynch::stop_all});
+    } catch (const Refused&) {
+    }
+    channel_.request(xcp::FreeDaq{});
+}
+
+void Session::allocate(const DaqPlan& plan) {
+    channel_.request(xcp::AllocDaq{static_cast<std::uint16_t>(plan.lists.size())});
+    for_each_list(plan, [&](std::uint16_t daq, const DaqList& list) {
+        channel_.request(xcp::AllocOdt{daq, static_cast<std::uint8_t>(list.odts.size())},
+                         "list " + list.name);
+    });
+    for_each_odt(plan, [&](std::uint16_t daq, std::uint8_t number, const Odt& odt) {
+        channel_.request(xcp::AllocOdtEntry{daq, number, static_cast<std::uint8_t>(odt.size())},
+                         "list " + plan.lists[daq].name);
+    });
+}
+
+// The slave's pointer moves on with each entry, but not into the next ODT.
+void Session::write_entries(const DaqPlan& plan) {
+    for_each_odt(plan, [&](std::uint16_t daq, std::uint8_t number, const Odt& odt) {
+        channel_.request(xcp::SetDaqPtr{daq, number, 0}, "list " + plan.lists[daq].name);
+        for (const MeasuredValue& value : odt)
+            channel_.request(
+                xcp::WriteDaq{xcp::WriteDaq::no_bit, value.size, value.extension, value.address},
+                place_text(value));
+    });
+}
+
+void Session::select_lists(const DaqPlan& plan) {
+    const std::uint8_t mode = plan.stamped ? xcp::SetDaqListMode::timestamp : 0;
+    for_each_list(plan, [&](std::uint16_t daq, const DaqList& list) {
+        channel_.request(xcp::SetDaqListMode{mode, daq, list.event, 1, 0},
+                         "list " + list.name + " at event " + std::to_string(list.event));
+    });
+    for_each_list(plan, [&](std::uint16_t daq, const DaqList& list) {
+        channel_.request(StartStopDaqList{StartStopDaqList::select, daq}, "list " + list.name);
+    });
+}
+
+void Session::end() {
+    if (!connected_)
+        return;
+    connected_ = false;
+    try {
+        channel_.ask(StartStopSynch{StartStopSynch::stop_all});
+    } catch (const Refused&) { // none runs
+    }
+    try {
+        channel_.ask(xcp::FreeDaq{});
+    } catch (const Refused&) { // what it keeps is lost with the session
+    }
+    channel_.disconnect();
+}
+
+// After a failure, which is what is reported.
+void Session::give_up() {
+    try {
+        end();
+    } catch (const SessionError&) {
+    }
+}
+
+} // namespace xcp_master

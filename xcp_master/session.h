@@ -1,0 +1,46 @@
+#pragma once
+// A DAQ session with one slave, from CONNECT to DISCONNECT. One thread's; every call may take as
+// long as the slave's time-outs.
+
+#include "daq_plan.h"
+#include "slave_properties.h"
+
+#include <functional>
+
+namespace xcp_master {
+
+class Session {
+  public:
+    // Link and trace as for the command channel.
+    Session(Link& link, std::chrono::milliseconds timeout, Trace trace);
+
+    // Connects and asks what the slave can. Throws SessionError; the slave is left disconnected
+    // then.
+    SlaveProperties connect(const StatedProperties& stated, const std::vector<WantedList>& lists);
+
+    // Sets the lists up and starts them. `beforeStart` is called right before the slave is told to
+    // start: its DAQ packets count from there on. A set-up in which an answer was lost begins anew,
+    // most_setups times in all. Throws SessionError; the slave is left stopped and disconnected
+    // then.
+    void start(const DaqPlan& plan, const std::function<void()>& beforeStart);
+
+    // Stops all lists, waits until the slave has, frees them and disconnects. Throws SessionError
+    // when the slave does not answer. To be called once after connect(), whatever came of start().
+    void end();
+
+    static constexpr int most_setups = 3;
+
+  private:
+    xcp::Connect::Answer connect_or_leave();
+    void set_up(const DaqPlan& plan);
+    void free_lists();
+    void allocate(const DaqPlan& plan);
+    void write_entries(const DaqPlan& plan);
+    void select_lists(const DaqPlan& plan);
+    void give_up();
+
+    CommandChannel channel_;
+    bool connected_ = false;
+};
+
+} // namespace xcp_master
