@@ -4,6 +4,7 @@
 #include "fresh_record.h"
 #include "host/standin/variables_file.h"
 #include "io/file_error.h"
+#include "memory_file.h"
 #include "task/configuration/spec_file.h"
 #include "task/configuration/table_file.h"
 #include "task/output/message_counter.h"
@@ -23,7 +24,7 @@ void read_spec(const std::string& path) {
         if (list.halVarList.size() != list.measurementAttrs.nameList.size())
             __builtin_trap();
     const task::SpecFile spec = task::read_spec_file(path);
-    if (!spec.faults.empty())
+    if (!spec.faults.empty() || !spec.namesServer)
         return;
     for (const task::ListSection& section : spec.lists) {
         const auto& names =

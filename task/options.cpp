@@ -22,15 +22,15 @@ std::string exit_status_help() {
 
 std::vector<std::string> fault_names() {
     std::vector<std::string> names;
-    for (const auto& text : simulated_faults)
+    for (const auto& text : simulated_slave::fault_texts)
         names.emplace_back(text.name);
     return names;
 }
 
 std::string faults_help() {
-    std::string help =
-        fmt::format("Once in {} datagrams of the simulated slave:", datagrams_per_fault);
-    for (const auto& text : simulated_faults)
+    std::string help = fmt::format("Once in {} datagrams of the simulated slave:",
+                                   simulated_slave::datagrams_per_fault);
+    for (const auto& text : simulated_slave::fault_texts)
         help += fmt::format("\n{}: {}", text.name, text.meaning);
     return help;
 }
@@ -70,9 +70,10 @@ class CommandLine {
     void add_files() {
         app_.add_option("SPEC", options_.spec, "Spec file: server, DAQ lists and their variables")
             ->required();
-        app_.add_option("--table", options_.table,
-                        "Measurement table: where each value lies in the packets")
-            ->required();
+        table_ = app_.add_option("--table", options_.table,
+                                 "Measurement table: where each value lies in the packets of a "
+                                 "slave that somebody else sets up (default: the A2L file that "
+                                 "SPEC names, and the task sets the slave up)");
         app_.add_option("--variables", options_.variables,
                         "Variables of the host (default: those that the spec file lists, all "
                         "real)");
@@ -80,17 +81,24 @@ class CommandLine {
 
     void add_sources() {
         auto* sources = app_.add_option_group("Source of the datagrams");
-        sources->add_option("--listen", options_.listen,
-                            "ADDRESS:PORT to receive on (default: 127.0.0.1 and the server's "
-                            "port)");
-        simulate_ = sources->add_flag("--simulate", simulated_,
-                                      "A simulated slave that sends what the table lays out");
-        capture_ = sources->add_option("--pcap", options_.capture,
-                                       "A capture file of the slave's datagrams");
+        sources
+            ->add_option("--listen", options_.listen,
+                         "ADDRESS:PORT to receive on (default with a table: 127.0.0.1 and the "
+                         "server's port)")
+            ->needs(table_);
+        simulate_ =
+            sources
+                ->add_flag("--simulate", simulated_, "A slave that is simulated from the A2L file")
+                ->excludes(table_);
+        capture_ =
+            sources
+                ->add_option("--pcap", options_.capture, "A capture file of the slave's datagrams")
+                ->needs(table_);
         replay_ = sources
                       ->add_option("--replay", replayFile_,
                                    "A file of frames (default: the library's file in /specs)")
-                      ->expected(0, 1);
+                      ->expected(0, 1)
+                      ->needs(table_);
         sources->require_option(0, 1);
         app_.add_option("--pace", pace_, "Pace of a capture: as recorded, or as fast as it goes")
             ->check(CLI::IsMember({"recorded", "max"}))
@@ -102,7 +110,9 @@ class CommandLine {
             ->check(CLI::IsMember(fault_names()))
             ->needs(simulate_);
         app_.add_option("--seconds", options_.seconds, "End after so many seconds")
-            ->check(CLI::PositiveNumber);
+            ->check([](const std::string& text) {
+                return CLI::PositiveNumber(text).empty() ? "" : "a number above 0 is expected";
+            });
     }
 
     void add_outputs() {
@@ -116,12 +126,19 @@ class CommandLine {
         app_.add_flag("--dump", options_.dump,
                       "Write every DAQ packet into a file in /tmp, whose name is printed");
         app_.add_option("--log", options_.log, "Write the library's diagnostic log into this file");
+        app_.add_option("--protocol-log", options_.protocolLog,
+                        "Write every command and answer in words into this file")
+            ->excludes(table_);
+        app_.add_option("--save-table", options_.saveTable,
+                        "Write the measurement table of this run into this file, for --table");
         app_.add_option("--measurement-log", options_.measurementLog,
                         "Write a line per measurement and conversion into this file, which can "
                         "serve as a measurement table");
     }
 
     void take_source() {
+        if (*table_)
+            options_.source = SourceKind::listen;
         if (simulated_)
             options_.source = SourceKind::simulate;
         if (*capture_)
@@ -131,7 +148,7 @@ class CommandLine {
         if (!replayFile_.empty())
             options_.replay = replayFile_;
         options_.recordedPace = pace_ == "recorded";
-        for (const auto& text : simulated_faults)
+        for (const auto& text : simulated_slave::fault_texts)
             if (std::find(faults_.begin(), faults_.end(), text.name) != faults_.end())
                 options_.faults.insert(text.fault);
     }
@@ -140,6 +157,7 @@ class CommandLine {
                   "measurement, with its sample time.",
                   "xcp_daq_task"};
     Options options_;
+    CLI::Option* table_ = nullptr;
     CLI::Option* simulate_ = nullptr;
     CLI::Option* capture_ = nullptr;
     CLI::Option* replay_ = nullptr;

@@ -1,7 +1,7 @@
 #pragma once
 // What the command line asks for.
 
-#include "task/sources/simulated_fault.h"
+#include "simulated_slave/fault.h"
 
 #include <optional>
 #include <set>
@@ -9,16 +9,17 @@
 
 namespace task {
 
-enum class SourceKind { listen, simulate, capture, replay };
+// Without a measurement table the task sets the slave up itself.
+enum class SourceKind { slave, simulate, listen, capture, replay };
 
 struct Options {
     std::string spec;
-    std::string table;
+    std::string table; // empty: laid out by the A2L file
     std::optional<std::string> variables;
 
-    SourceKind source = SourceKind::listen;
+    SourceKind source = SourceKind::slave;
     std::optional<std::string> listen; // ADDRESS:PORT
-    std::set<SimulatedFault> faults;   // of the simulated slave
+    std::set<simulated_slave::Fault> faults;
     std::string capture;
     bool recordedPace = true;          // of a capture
     std::optional<std::string> replay; // the library's fixed file when there is none
@@ -27,11 +28,15 @@ struct Options {
     std::string name = "xcp_daq_task"; // to register under
     std::optional<std::string> log;
     std::optional<std::string> measurementLog;
+    std::optional<std::string> protocolLog;
+    std::optional<std::string> saveTable;
     bool dump = false;
     std::optional<std::string> record; // CSV file
     bool quiet = false;                // nothing is shown while it runs
     bool strict = false;               // a run that cannot be trusted has failed
     bool check = false;                // the configuration, instead of a run
+
+    bool sets_up() const { return source == SourceKind::slave || source == SourceKind::simulate; }
 };
 
 // Prints the help or the version and gives nothing when that is what was asked for. Throws Failure.

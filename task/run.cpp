@@ -6,15 +6,14 @@
 #include "intake.h"
 #include "io/file_error.h"
 #include "logs.h"
+#include "prepare.h"
 #include "registration.h"
-#include "task/configuration/configuration.h"
 #include "task/configuration/configuration_check.h"
 #include "task/output/csv_recorder.h"
 #include "task/output/frame_dump.h"
 #include "task/output/progress.h"
 #include "task/output/report.h"
 #include "task/output/value_observer.h"
-#include "task/sources/make_source.h"
 #include "termination_signals.h"
 #include "worker.h"
 
@@ -49,8 +48,9 @@ std::uint64_t values_written() {
 // nothing is waited for.
 class Run {
   public:
-    Run(const Options& options, api_xcp_daq& daq, TerminationSignals& signals)
-        : options_(options), daq_(daq), signals_(signals), source_(make_source(options)) {
+    Run(const Options& options, api_xcp_daq& daq, TerminationSignals& signals,
+        std::unique_ptr<DatagramSource> source)
+        : options_(options), daq_(daq), signals_(signals), source_(std::move(source)) {
         const auto noRoom = source_->can_wait() ? NoRoom::waits : NoRoom::loses;
         const auto urgent = [&signals] { return signals.urgent(); };
         if (options.dump)
@@ -102,7 +102,6 @@ class Run {
     void receive() {
         const Worker worker(daq_);
         try {
-            start_ = Clock::now();
             watch();
             while (XCPFrameBuffer.size() > 0 && !signals_.urgent())
                 std::this_thread::sleep_for(1ms);
@@ -114,6 +113,7 @@ class Run {
 
     void watch() {
         const Receiving receiving(*this);
+        start_ = Clock::now();
         print("datagrams " + source_->description() + "\n");
         show_progress(
             options_.quiet, [this] { return goes_on(); }, [this] { return counts(); });
@@ -157,12 +157,13 @@ class Run {
     Clock::time_point start_;
 };
 
-ExitStatus check(const Configuration& configuration, const Options& options) {
-    print(configuration_text(configuration));
-    const auto faults = find_faults(configuration, options);
-    for (const std::string& fault : faults)
+ExitStatus check(api_xcp_daq& daq, const Options& options) {
+    const CheckedConfiguration checked = check_configuration(daq, options);
+    api_xcp_daq::dumpInfo();
+    print(checked.text);
+    for (const std::string& fault : checked.faults)
         std::fprintf(stderr, "xcp_daq_task: %s\n", fault.c_str());
-    return faults.empty() ? ExitStatus::success : ExitStatus::would_not_decode;
+    return checked.faults.empty() ? ExitStatus::success : ExitStatus::would_not_decode;
 }
 
 } // namespace
@@ -174,9 +175,14 @@ ExitStatus run(const Options& options) {
     try {
         api_xcp_daq daq;
         const Logs logs(options);
-        const Configuration configuration = configure(daq, options);
+        if (options.check)
+            return check(daq, options);
+        std::optional<ProtocolLog> protocolLog;
+        if (options.protocolLog)
+            protocolLog.emplace(*options.protocolLog);
+        Prepared prepared = prepare(daq, options, signals, protocolLog ? &*protocolLog : nullptr);
         api_xcp_daq::dumpInfo();
-        return options.check ? check(configuration, options) : Run(options, daq, signals).execute();
+        return Run(options, daq, signals, std::move(prepared.source)).execute();
     } catch (const io::FileError& error) {
         throw Failure(ExitStatus::file, error.what());
     }

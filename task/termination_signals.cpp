@@ -50,6 +50,10 @@ bool TerminationSignals::wait(std::chrono::milliseconds longest) {
     return result == 0;
 }
 
+bool TerminationSignals::requested() const {
+    return signals_so_far >= 1;
+}
+
 bool TerminationSignals::urgent() const {
     return failed || signals_so_far >= 2;
 }

@@ -15,6 +15,9 @@ class TerminationSignals {
     // Waits at most so long for a signal that no earlier call has answered for; true when one came.
     bool wait(std::chrono::milliseconds longest);
 
+    // Whether any signal came, and the run is to end. Any thread.
+    bool requested() const;
+
     // Whether nothing is to be waited for any more: after a second signal, or after hurry(), for a
     // run that has failed. Any thread.
     bool urgent() const;

@@ -68,7 +68,9 @@ std::vector<Write> run() {
     options.spec = XCP_DAQ_TEST_DATA "/slave.spec";
     options.table = XCP_DAQ_TEST_DATA "/slave.table";
     static api_xcp_daq daq;
-    task::configure(daq, options);
+    options.source = task::SourceKind::capture;
+    task::configure(options, task::load_spec(daq, options),
+                    task::read_measurement_table(options.table));
     Collector collector;
     halmor_standin::VariableStore::observe(&collector);
     task::CaptureFile capture(XCP_DAQ_TEST_DATA "/slave_excerpt.pcap",

@@ -154,7 +154,6 @@ TEST(TextFiles, NameTheLineThatIsWrong) {
         {variables, "a real\nb real\na integer\n", ":3: variable defined twice: a"},
         {variables, "a real " + x50, ":1: task name longer than 49 characters"},
         {spec, server + "@LIST1\nl DAQ t\na b -\na b c 4 ignored\n$\nanything goes\n", ""},
-        {spec, "@REG_NAME\nname\n", ": no section @XCP_SERVER"},
         {spec, "@XCP_SERVER\n\n", ":2: no server"},
         {spec, "@XCP_SERVER\n$\n", ":1: no server"},
         {spec, "@XCP_SERVER\nhost, port\n$\n",

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <csignal>
+#include <string_view>
 #include <system_error>
 
 #include <sys/wait.h>
@@ -29,8 +30,9 @@ static void add_name(Arguments& arguments) {
     }
 }
 
-TaskProgram::TaskProgram(Arguments arguments) {
-    add_name(arguments);
+TaskProgram::TaskProgram(Arguments arguments, const char* program) {
+    if (program == std::string_view(XCP_DAQ_TASK))
+        add_name(arguments);
     int output[2];
     int errors[2];
     if (pipe(output) != 0 || pipe(errors) != 0)
@@ -41,11 +43,11 @@ TaskProgram::TaskProgram(Arguments arguments) {
         dup2(errors[1], STDERR_FILENO);
         for (const int file : {output[0], output[1], errors[0], errors[1]})
             close(file);
-        std::vector<char*> argv = {const_cast<char*>("xcp_daq_task")};
+        std::vector<char*> argv = {const_cast<char*>(program)};
         for (const std::string& argument : arguments)
             argv.push_back(const_cast<char*>(argument.c_str()));
         argv.push_back(nullptr);
-        execv(XCP_DAQ_TASK, argv.data());
+        execv(program, argv.data());
         _exit(127);
     }
     close(output[1]);

@@ -8,10 +8,11 @@
 
 using Arguments = std::vector<std::string>;
 
-// A process whose output can be awaited while it runs. Without --name it gets a name of its own.
+// A process whose output can be awaited while it runs. The task gets a name of its own when it has
+// no --name.
 class TaskProgram {
   public:
-    explicit TaskProgram(Arguments arguments);
+    explicit TaskProgram(Arguments arguments, const char* program = XCP_DAQ_TASK);
     ~TaskProgram();
     TaskProgram(const TaskProgram&) = delete;
     TaskProgram& operator=(const TaskProgram&) = delete;

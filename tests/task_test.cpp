@@ -34,6 +34,12 @@ Arguments with(const std::string& specFile, const std::string& table, const Argu
 Arguments engine(const Arguments& more) {
     return with(spec, engine_table, more);
 }
+// The slave is set up by the A2L file, and simulated.
+Arguments simulated(const Arguments& more, const std::string& specFile = spec) {
+    Arguments arguments = {specFile, "--simulate"};
+    arguments.insert(arguments.end(), more.begin(), more.end());
+    return arguments;
+}
 Arguments recording(const Arguments& more) {
     return with(data + "/slave.spec", data + "/slave.table", more);
 }
@@ -78,7 +84,7 @@ TEST(Task, ReportsWhatARecordingHolds) {
 
 TEST(Task, TellsWhatItDoesWhileItRuns) {
     const auto end =
-        run_task(engine({"--variables", variables, "--simulate", "--seconds", "1.2", "--strict"}));
+        run_task(simulated({"--variables", variables, "--seconds", "1.2", "--strict"}));
     EXPECT_EQ(end.status, 0) << end.errors;
     EXPECT_TRUE(has(end.output, "  1\\.\\d s  \\d+ datagrams  \\d+ DAQ packets  \\d+ values  "
                                 "\\d+ values/s  0 CTR gaps  0 kernel drops  \\d+ waiting\n"))
@@ -88,18 +94,16 @@ TEST(Task, TellsWhatItDoesWhileItRuns) {
 }
 
 TEST(Task, AValueThatDoesNotArriveIsReportedByTheStatus) {
-    const TemporaryFile gap("engSpeed,0,0,0,2,0\nknock,0,0,2,1,0\nthrottle,0,1,0,4,0\n"
-                            "gear,1,0,0,1,0\ngear,1,0,1,-256,0,1,-256,120\n");
-    const TemporaryFile kinds("engSpeed real\nknock real\nthrottle real\ngear integer\n");
-    const auto end = run_task(
-        with(spec, gap.path(), {"--variables", kinds.path(), "--simulate", "--seconds", "0.2"}));
+    const TemporaryFile lists("@XCP_SERVER\nh 1\n$\n@A2L_FILE\nengine.a2l\n$\n@A2L_FILEPATH\n" +
+                              std::string(XCP_DAQ_EXAMPLES) +
+                              "\n$\n@LIST1\nfast DAQ event1ms\ncrankCount - -\n$\n");
+    const TemporaryFile kinds("crankCount integer\n");
+    const auto end =
+        run_task(simulated({"--variables", kinds.path(), "--seconds", "0.2"}, lists.path()));
     EXPECT_EQ(end.status, 2);
-    EXPECT_TRUE(std::regex_match(end.errors,
-                                 std::regex("xcp_daq_task: engSpeed: 0 of \\d+ values arrived\n"
-                                            "xcp_daq_task: gear: \\d+ arrived instead of -\\d+\n"
-                                            "xcp_daq_task: knock: 0 of \\d+ values arrived\n")))
-        << end.errors << "gear's conversion is one that the integer rules do not keep exact";
-    EXPECT_TRUE(has(end.output, "never updated: engSpeed, knock\n")) << end.output;
+    EXPECT_TRUE(std::regex_match(
+        end.errors, std::regex("xcp_daq_task: crankCount: -?\\d+ arrived instead of .*\n")))
+        << end.errors << "the integer rules do not keep its conversion exact";
 }
 
 // ---- trust ----
@@ -123,7 +127,7 @@ TEST(TaskTrust, LosesItToEveryFaultOfTheSlave) {
     };
     for (const Case& c : cases) {
         const auto end =
-            run_task(engine({"--simulate", "--faults", c.faults, "--seconds", "0.6", "--strict"}));
+            run_task(simulated({"--faults", c.faults, "--seconds", "0.6", "--strict"}));
         EXPECT_EQ(end.status, 2) << c.faults;
         EXPECT_EQ(end.errors, "") << "what went out has arrived";
         EXPECT_TRUE(has(end.output, "CTR gaps      " + c.counts) &&
@@ -216,12 +220,14 @@ TEST(Task, RefusesBadInputWithOneLine) {
     };
     const std::vector<Case> cases = {
         {{}, 1, ".*SPEC is required.*"},
-        {{spec}, 1, ".*--table is required.*"},
         {engine({"--seconds", "-1"}), 1, ".*--seconds.*"},
-        {engine({"--simulate", "--listen", "127.0.0.1:0"}), 1, atMost},
-        {engine({"--simulate", "--pace", "max"}), 1, ".*--pace requires --pcap.*"},
+        {engine({"--simulate"}), 1, "--table excludes --simulate.*"},
+        {engine({"--protocol-log", "x"}), 1, "--table excludes --protocol-log.*"},
+        {{spec, "--listen", "127.0.0.1:0"}, 1, "--listen requires --table.*"},
+        {engine({"--replay", "--listen", "127.0.0.1:0"}), 1, atMost},
+        {simulated({"--pace", "max"}), 1, ".*--pace requires --pcap.*"},
         {engine({"--faults", "lost"}), 1, "--faults requires --simulate.*"},
-        {engine({"--simulate", "--faults", "lost,cut"}), 1, "--faults: cut not in .*"},
+        {simulated({"--faults", "lost,cut"}), 1, "--faults: cut not in .*"},
         {engine({"--listen", "nowhere"}), 1, "--listen: expected ADDRESS:PORT, found nowhere"},
         {engine({"--listen", "192.0.2.1:5555"}), 4, "cannot listen on 192.0.2.1:5555: .*"},
         {engine({"--listen", inUse}), 4, "cannot listen on " + inUse + ": Address already in use"},
@@ -236,10 +242,10 @@ TEST(Task, RefusesBadInputWithOneLine) {
         {engine({"--replay", badFrames.path()}), 3,
          badFrames.path() + ": record 2: no values after the length line"},
         // What cannot be written.
-        {engine({"--simulate", "--log", "/nonexistent/x"}), 3, "/nonexistent/x: No such .*"},
-        {engine({"--simulate", "--measurement-log", "/"}), 3, "/: Is a directory"},
-        {engine({"--simulate", "--record", "/nonexistent/x"}), 3, "/nonexistent/x: No such .*"},
-        {engine({"--simulate", "--seconds", "0.2", "--record", "/dev/full"}), 3,
+        {simulated({"--log", "/nonexistent/x"}), 3, "/nonexistent/x: No such .*"},
+        {simulated({"--measurement-log", "/"}), 3, "/: Is a directory"},
+        {simulated({"--record", "/nonexistent/x"}), 3, "/nonexistent/x: No such .*"},
+        {simulated({"--seconds", "0.2", "--record", "/dev/full"}), 3,
          "/dev/full: \\d+ lines were not written: No space left on device"},
     };
     for (const Case& c : cases) {
@@ -252,6 +258,113 @@ TEST(Task, RefusesBadInputWithOneLine) {
     }
     EXPECT_TRUE(has(run_task(engine({"--replay", badFrames.path()})).output, "DAQ packets   1\n"))
         << "what came before the fault counts";
+}
+
+// ---- setting a slave up ----
+
+// A simulated slave in a process of its own, and a spec file for it.
+class SlaveProgram {
+  public:
+    explicit SlaveProgram(const std::string& lists = "fast DAQ event1ms\nengSpeed - -\nknock - -\n")
+        : program({XCP_DAQ_EXAMPLES "/engine.a2l", "--listen", "127.0.0.1:0"},
+                  XCP_SIMULATED_SLAVE) {
+        EXPECT_TRUE(program.await_output(" signals"));
+        address = line_after(program.text(), "listening on ");
+        address = address.substr(0, address.rfind(": "));
+        address = address.substr(0, address.find(": "));
+        std::ofstream(spec_.path()) << "@XCP_SERVER\n"
+                                    << address << "\n$\n@A2L_FILE\nengine.a2l\n$\n"
+                                    << "@A2L_FILEPATH\n" XCP_DAQ_EXAMPLES "\n$\n@LIST1\n"
+                                    << lists << "$\n";
+    }
+    Arguments task(const Arguments& more) const {
+        Arguments arguments = {spec_.path()};
+        arguments.insert(arguments.end(), more.begin(), more.end());
+        return arguments;
+    }
+    TaskProgram program;
+    std::string address;
+
+  private:
+    const TemporaryFile spec_;
+};
+
+TEST(TaskSession, SetsASlaveUpAndLeavesItStopped) {
+    SlaveProgram slave;
+    const TemporaryFile log;
+    const TemporaryFile table;
+    TaskProgram task(
+        slave.task({"--strict", "--protocol-log", log.path(), "--save-table", table.path()}));
+    ASSERT_TRUE(task.await_output(" waiting\n"));
+    EXPECT_TRUE(
+        has(task.text(), "connecting to the slave " + slave.address +
+                             " from .*\nslave .*\n"
+                             "(.*\n)*DAQ list 0  fast, event channel 0 \\(event1ms\\): 2 values, "
+                             "1 ODTs, 9 bytes a sample, every 1 ms, 9000 bytes a second\n"))
+        << task.text();
+    task.signal(SIGINT);
+    const auto end = task.wait();
+    EXPECT_EQ(end.status, 0) << end.output;
+    EXPECT_EQ(end.errors, "");
+    EXPECT_TRUE(has(log.text(), "\n\\d+\\.\\d{6} > e2 00 00 00 00 00  SET_DAQ_PTR list 0, ODT 0, "
+                                "entry 0\n\\d+\\.\\d{6} < ff  ok\n"));
+    EXPECT_TRUE(has(log.text(),
+                    " > dd 00  START_STOP_SYNCH mode 0\n.* < ff  ok\n.* > d6  FREE_DAQ\n"
+                    ".* < ff  ok\n.* > fe  DISCONNECT\n.* < ff  ok\n$"))
+        << log.text();
+    EXPECT_TRUE(has(table.text(), "^engSpeed,0,0,0,2,16\nengSpeed,0,0,0.125,0,0,0,0,8191.875\n"));
+
+    slave.program.signal(SIGTERM);
+    const auto sent = slave.program.wait();
+    auto rows = table_of(end.output);
+    EXPECT_EQ(rows["knock"].second, rows["engSpeed"].second);
+    const int values = 2 * std::stoi(rows["knock"].second);
+    EXPECT_TRUE(has(sent.output, "\nsent " + std::to_string(values) +
+                                     " values of 2 signals, ignored 0 messages\n"))
+        << sent.output;
+}
+
+TEST(TaskSession, RefusesWithOneLineAndLeavesTheSlaveDisconnected) {
+    struct Case {
+        std::string lists;
+        int status;
+        std::string errors; // a regular expression, behind the file's name
+    };
+    const std::vector<Case> cases = {
+        {"l DAQ event2ms\nknock - -\n", 3,
+         ":11: no event channel event2ms in the A2L file; there are event1ms, event5ms, event20ms"},
+        {"l DAQ event1ms\nknok - -\n", 3,
+         ":12: no measurement knok in the A2L file; near: knock.*"},
+        {"l DAQ event1ms\nknock - x\ngear - x\n", 3, ":13: x is in the list twice"},
+        {"l STIM event1ms\nknock - -\n", 3, ":11: l: only lists of resource DAQ can be set up"},
+    };
+    for (const Case& c : cases) {
+        const SlaveProgram slave(c.lists);
+        const auto arguments = slave.task({"--quiet", "--seconds", "0.1"});
+        const auto end = run_task(arguments);
+        EXPECT_EQ(end.status, c.status);
+        EXPECT_TRUE(std::regex_match(end.errors,
+                                     std::regex("xcp_daq_task: " + arguments[0] + c.errors + "\n")))
+            << end.errors;
+    }
+}
+
+TEST(TaskSession, TellsWhenNobodyAnswers) {
+    SlaveProgram slave;
+    TaskProgram task(slave.task({}));
+    ASSERT_TRUE(task.await_output(" waiting\n"));
+    slave.program.signal(SIGKILL);
+    slave.program.wait();
+    task.signal(SIGINT);
+    const auto left = task.wait();
+    EXPECT_EQ(left.status, 4);
+    EXPECT_EQ(left.errors, "xcp_daq_task: slave " + slave.address +
+                               ": not ended in order: the slave has fallen silent: no answer to "
+                               "START_STOP_SYNCH, nor to 3 SYNCH of 1000 ms each\n");
+    const auto none = run_task(slave.task({}));
+    EXPECT_EQ(none.status, 4);
+    EXPECT_EQ(none.errors, "xcp_daq_task: slave " + slave.address +
+                               ": nobody answers to CONNECT, 3 times for 1000 ms\n");
 }
 
 // ---- registration ----

@@ -28,12 +28,12 @@ void define_variables(const std::string& path) {
 }
 
 // One name may stand in several lists.
-void define_listed_variables() {
+void define_listed_variables(const SpecFile& spec) {
     VariableStore& store = VariableStore::instance();
-    for (const xcpDAQList& list : appData.daqList)
-        for (const std::string& name : list.measurementAttrs.nameList)
-            if (store.find(name) == nullptr)
-                store.define(name, VariableKind::real, appData.registeredName);
+    for (const ListSection& list : spec.lists)
+        for (const ListedMeasurement& each : list.measurements)
+            if (store.find(each.variable) == nullptr)
+                store.define(each.variable, VariableKind::real, appData.registeredName);
 }
 
 void add(const MeasurementLine& m) {
@@ -47,19 +47,27 @@ void add(const ConversionLine& c) {
 
 } // namespace
 
-Configuration configure(api_xcp_daq& daq, const Options& options) {
+SpecFile load_spec(api_xcp_daq& daq, const Options& options) {
     SpecFile spec = read_spec_file(options.spec);
+    if (!spec.namesServer && !options.sets_up())
+        spec.faults.emplace_back(options.spec, "no section @XCP_SERVER");
     if (!spec.faults.empty() && !options.check)
         throw spec.faults[0];
-    if (!read_into_library(daq, options.spec) && spec.faults.empty())
+    // Without a server the library does not read on; then it knows no lists, only the table.
+    if (!read_into_library(daq, options.spec) && spec.faults.empty() && spec.namesServer)
         throw FileError(options.spec, "cannot be read");
+    return spec;
+}
+
+Configuration configure(const Options& options, SpecFile spec, std::vector<TableLine> table) {
     if (options.variables)
         define_variables(*options.variables);
     else
-        define_listed_variables();
-    std::vector<TableLine> table = read_measurement_table(options.table);
+        define_listed_variables(spec);
     for (const TableLine& line : table)
         std::visit([](const auto& arguments) { add(arguments); }, line.call);
+    if (options.saveTable)
+        write_measurement_table(*options.saveTable, table);
     return {std::move(spec), std::move(table)};
 }
 
@@ -68,6 +76,20 @@ io::UdpEndpoint server_endpoint(const Options& options) {
         return io::resolve_endpoint(appData.serverName, appData.serverPort);
     } catch (const std::invalid_argument& error) {
         throw FileError(options.spec, std::string("@XCP_SERVER: ") + error.what());
+    }
+}
+
+io::UdpEndpoint slave_endpoint(const Options& options, const a2l::Xcp& xcp) {
+    if (!appData.serverName.empty())
+        return server_endpoint(options);
+    const std::string& host = xcp.address.empty() ? xcp.hostName : xcp.address;
+    if (host.empty() || !xcp.port)
+        throw FileError(options.spec,
+                        "no section @XCP_SERVER, and the A2L file has no address of the slave");
+    try {
+        return io::resolve_endpoint(host, *xcp.port);
+    } catch (const std::invalid_argument& error) {
+        throw FileError(options.spec, std::string("the A2L file's address: ") + error.what());
     }
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 // Brings spec file, variables and measurement table into the library and the stand-in host.
 
+#include "a2l/a2l_file.h"
 #include "api_xcp_daq.h"
 #include "io/udp_endpoint.h"
 #include "spec_file.h"
@@ -17,10 +18,17 @@ struct Configuration {
     std::vector<TableLine> table;
 };
 
-// Throws io::FileError; of a spec file's faults, the first one, unless they are to be checked.
-Configuration configure(api_xcp_daq& daq, const Options& options);
+// Reads the spec file, for the task and into the library. Throws io::FileError; of the file's
+// faults the first one, unless they are to be checked.
+SpecFile load_spec(api_xcp_daq& daq, const Options& options);
+
+// Brings the variables into the stand-in and the table into the library. Throws io::FileError.
+Configuration configure(const Options& options, SpecFile spec, std::vector<TableLine> table);
 
 // The slave's address and port, as the spec file has them. Throws io::FileError.
 io::UdpEndpoint server_endpoint(const Options& options);
+
+// The same, but where the spec file has none, as the A2L file has them. Throws io::FileError.
+io::UdpEndpoint slave_endpoint(const Options& options, const a2l::Xcp& xcp);
 
 } // namespace task

@@ -3,7 +3,10 @@
 #include "api_xcp_daq.h"
 #include "host/standin/variable_store.h"
 #include "integer_conversion.h"
+#include "slave_plan.h"
+#include "task/output/set_up_report.h"
 #include "xcp/message.h"
+#include "xcp_master/session_error.h"
 
 #include <fmt/format.h>
 
@@ -26,9 +29,13 @@ VariableKind kind_of(const std::string& name) {
     return VariableStore::instance().find(name)->kind();
 }
 
-std::string header_text(const SpecFile& spec) {
-    std::string text = fmt::format("server      {}:{}\nregistered  {}\n", appData.serverName,
-                                   appData.serverPort, appData.registeredName);
+std::string header_text() {
+    return fmt::format("server      {}:{}\nregistered  {}\n", appData.serverName,
+                       appData.serverPort, appData.registeredName);
+}
+
+std::string lists_text(const SpecFile& spec) {
+    std::string text;
     for (const ListSection& list : spec.lists)
         text += fmt::format("DAQ list {}  {}, {} {}: {} variables\n", list.daqList, list.name,
                             list.resource, list.trigger, list.measurements.size());
@@ -54,7 +61,19 @@ std::string odt_text(const xcpDAQList& list, std::size_t number, const odt_table
     return text + "\n";
 }
 
-std::string layout_text() {
+// With a plan also where in the slave's memory the value lies.
+std::string address_text(const xcp_master::DaqPlan& plan, std::size_t list,
+                         const std::pair<std::int32_t, std::int32_t>& place) {
+    if (list >= plan.lists.size())
+        return "";
+    const auto& value =
+        plan.lists[list]
+            .odts[static_cast<std::size_t>(place.first)][static_cast<std::size_t>(place.second)];
+    return fmt::format("  {} at {:#010x}, extension {}", value.name, value.address,
+                       value.extension);
+}
+
+std::string layout_text(const xcp_master::DaqPlan& plan) {
     std::string text;
     for (std::size_t number = 0; number < appData.daqList.size(); ++number) {
         const xcpDAQList& list = appData.daqList[number];
@@ -62,8 +81,9 @@ std::string layout_text() {
         for (const auto& [place, entry] : list.odtEntryMap) {
             if (std::exchange(current, place.first) != place.first)
                 text += odt_text(list, number, *entry);
-            text += fmt::format("  bytes {:3} to {:3}  {:24}  {}\n", entry->firstByte,
-                                entry->lastByte, entry->name, conversion_text(*entry));
+            text += fmt::format("  bytes {:3} to {:3}  {:24}  {}{}\n", entry->firstByte,
+                                entry->lastByte, entry->name, conversion_text(*entry),
+                                address_text(plan, number, place));
         }
     }
     return text;
@@ -162,20 +182,68 @@ void check_listed_names(const SpecFile& spec, const Options& options,
         }
 }
 
-} // namespace
-
-std::string configuration_text(const Configuration& configuration) {
-    return header_text(configuration.spec) + layout_text();
+std::vector<std::string> spec_faults(const SpecFile& spec) {
+    std::vector<std::string> faults;
+    for (const io::FileError& fault : spec.faults)
+        faults.emplace_back(fault.what());
+    return faults;
 }
 
-std::vector<std::string> find_faults(const Configuration& configuration, const Options& options) {
-    std::vector<std::string> faults;
-    for (const io::FileError& fault : configuration.spec.faults)
-        faults.emplace_back(fault.what());
+CheckedConfiguration check_table(const Options& options, SpecFile spec) {
+    CheckedConfiguration checked{"", spec_faults(spec)};
+    const Configuration configuration =
+        configure(options, std::move(spec), read_measurement_table(options.table));
     for (std::string& fault : TableCheck(options.table).faults(configuration.table))
-        faults.push_back(std::move(fault));
-    check_listed_names(configuration.spec, options, faults);
-    return faults;
+        checked.faults.push_back(std::move(fault));
+    check_listed_names(configuration.spec, options, checked.faults);
+    checked.text = header_text() + lists_text(configuration.spec) + layout_text({});
+    return checked;
+}
+
+// By the A2L file's word, which the slave's may differ from.
+void check_plan(const Options& options, const SpecFile& spec, const WantedSlave& wanted,
+                CheckedConfiguration& checked) {
+    const auto& stated = wanted.stated;
+    if (!stated.daq || !stated.maxDto) {
+        checked.faults.push_back("the A2L file does not say what the slave can (PROTOCOL_LAYER and "
+                                 "DAQ in IF_DATA): without asking it there is no layout");
+        return;
+    }
+    xcp_master::DaqProperties slave = *stated.daq;
+    slave.maxDto = *stated.maxDto;
+    slave.order = stated.order.value_or(slave.order);
+    slave.addressGranularity = stated.addressGranularity.value_or(slave.addressGranularity);
+    const auto limits = limits_of(slave);
+    try {
+        check_form(slave);
+        const auto plan = make_plan(wanted.lists, limits);
+        const Configuration configuration = configure(options, spec, table_of(plan, spec, wanted));
+        for (std::string& fault : TableCheck(options.spec).faults(configuration.table))
+            checked.faults.push_back(std::move(fault));
+        checked.text += plan_text(plan, limits, stated) + layout_text(plan);
+    } catch (const xcp_master::SessionError& error) {
+        checked.faults.emplace_back(error.what());
+    }
+}
+
+CheckedConfiguration check_set_up(const Options& options, const SpecFile& spec) {
+    CheckedConfiguration checked{header_text(), spec_faults(spec)};
+    const a2l::File file(a2l_path(spec, options.spec));
+    const WantedSlave wanted = find_wanted(spec, options.spec, file);
+    for (const std::string& warning : file.warnings())
+        checked.text += "note: " + warning + "\n";
+    for (const io::FileError& fault : wanted.faults)
+        checked.faults.emplace_back(fault.what());
+    if (checked.faults.empty())
+        check_plan(options, spec, wanted, checked);
+    return checked;
+}
+
+} // namespace
+
+CheckedConfiguration check_configuration(api_xcp_daq& daq, const Options& options) {
+    SpecFile spec = load_spec(daq, options);
+    return options.sets_up() ? check_set_up(options, spec) : check_table(options, std::move(spec));
 }
 
 } // namespace task

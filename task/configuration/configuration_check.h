@@ -8,10 +8,14 @@
 
 namespace task {
 
-// Server and lists, and the byte layout of every ODT.
-std::string configuration_text(const Configuration& configuration);
+struct CheckedConfiguration {
+    std::string text;                // server and lists, and the byte layout of every ODT
+    std::vector<std::string> faults; // a line, with its place, for everything that would not be set
+                                     // up or decoded, or not to what its conversion says
+};
 
-// A line, with its place, for everything that would not decode, or not to what its conversion says.
-std::vector<std::string> find_faults(const Configuration& configuration, const Options& options);
+// Reads the files and configures library and stand-in, without a slave: what only the slave itself
+// can say is taken from the A2L file. Throws io::FileError for what cannot be read at all.
+CheckedConfiguration check_configuration(api_xcp_daq& daq, const Options& options);
 
 } // namespace task

@@ -56,9 +56,13 @@ class SpecFileReader {
         });
         check_name();
         check_server();
-        single_line("@A2L_FILE", "no A2L file");
-        if (!sections_.contains("@XCP_SERVER"))
-            report(0, "no section @XCP_SERVER");
+        if (const Line* line = single_line("@A2L_FILE", "no A2L file"))
+            file_.a2lFile = line->words[0];
+        if (const auto folder = sections_.find("@A2L_FILEPATH"); folder != sections_.end())
+            for (const Line& line : folder->second.lines)
+                if (file_.a2lFolder.empty() && !line.words.empty())
+                    file_.a2lFolder = line.words[0];
+        file_.namesServer = sections_.contains("@XCP_SERVER");
         for (std::size_t i = 0; i < std::size(list_keys); ++i)
             read_list(static_cast<int>(i));
         for (const auto& [line, cause] : faults_)

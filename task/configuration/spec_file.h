@@ -30,6 +30,9 @@ struct ListSection {
 
 struct SpecFile {
     std::vector<ListSection> lists;
+    bool namesServer = false;          // there is a section @XCP_SERVER
+    std::string a2lFile;               // empty: there is no section for it
+    std::string a2lFolder;             // as it stands there
     std::vector<io::FileError> faults; // in the order of the lines
 };
 

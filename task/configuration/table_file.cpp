@@ -1,11 +1,15 @@
 #include "table_file.h"
 
+#include "io/file_error.h"
 #include "io/text_lines.h"
 
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <charconv>
+#include <cstring>
+#include <fstream>
 #include <set>
 #include <stdexcept>
 #include <string_view>
@@ -98,7 +102,26 @@ class KnownMeasurements {
     std::set<std::pair<int, std::string>> names_;
 };
 
+std::string line_text(const MeasurementLine& m) {
+    return fmt::format("{},{},{},{},{},{}\n", m.name, m.daqNum, m.odtNum, m.odtEntryIndex, m.size,
+                       m.daqMode);
+}
+
+std::string line_text(const ConversionLine& c) {
+    return fmt::format("{},{},{},{},{},{},{},{},{}\n", c.name, c.daqNum, c.computeInt1, c.factor,
+                       c.offset, c.computeInt2, c.byteOrder, c.lowerLimit, c.upperLimit);
+}
+
 } // namespace
+
+void write_measurement_table(const std::string& path, const std::vector<TableLine>& table) {
+    std::ofstream file(path);
+    for (const TableLine& line : table)
+        file << std::visit([](const auto& call) { return line_text(call); }, line.call);
+    file.close();
+    if (file.fail())
+        throw io::FileError(path, std::strerror(errno));
+}
 
 std::vector<TableLine> read_measurement_table(const std::string& path) {
     std::vector<TableLine> table;

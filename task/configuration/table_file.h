@@ -41,4 +41,7 @@ struct TableLine {
 // wrong, and for a conversion whose measurement does not come before it.
 std::vector<TableLine> read_measurement_table(const std::string& path);
 
+// Writes a table that reads back as the same calls, to the last digit. Throws io::FileError.
+void write_measurement_table(const std::string& path, const std::vector<TableLine>& table);
+
 } // namespace task

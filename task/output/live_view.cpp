@@ -144,7 +144,9 @@ void LiveView::draw(const RunCounts& counts) {
     std::string text;
     if (rows != rows_ || columns != columns_) {
         const std::size_t first = lines.size() + 1; // of the rows that scroll
-        text = escape::all_rows_scroll + escape::clear_screen +
+        // What stood there scrolls away instead of being wiped out.
+        text = escape::all_rows_scroll + fmt::format(escape::go_to_row, rows) +
+               std::string(rows, '\n') + escape::clear_screen +
                fmt::format(escape::rows_scroll, first, rows) +
                fmt::format(escape::go_to_row, first);
     }

@@ -3,7 +3,6 @@
 #include "capture_file.h"
 #include "file_source.h"
 #include "frame_file.h"
-#include "simulated_source.h"
 #include "task/configuration/configuration.h"
 #include "task/exit_status.h"
 #include "udp_source.h"
@@ -26,8 +25,6 @@ io::UdpEndpoint listen_endpoint(const Options& options, const io::UdpEndpoint& s
 } // namespace
 
 std::unique_ptr<DatagramSource> make_source(const Options& options) {
-    if (options.source == SourceKind::simulate)
-        return std::make_unique<SimulatedSource>(options.faults);
     if (options.source == SourceKind::replay)
         return std::make_unique<FileSource>(std::make_unique<FrameFile>(options.replay));
     const io::UdpEndpoint server = server_endpoint(options);

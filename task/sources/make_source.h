@@ -1,5 +1,5 @@
 #pragma once
-// The source that the command line asks for.
+// The source of datagrams from a slave that somebody else has set up.
 
 #include "datagram_source.h"
 #include "task/options.h"

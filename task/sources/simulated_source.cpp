@@ -5,7 +5,6 @@
 
 #include <fmt/format.h>
 
-#include <algorithm>
 #include <cmath>
 #include <system_error>
 
@@ -16,64 +15,69 @@ namespace {
 using halmor_standin::VariableKind;
 using halmor_standin::VariableStore;
 
-// What a measurement's conversion says: factor, offset, limits, and whole numbers for an integer
-// variable. An integer conversion that the library does not keep exact (--check names those) shows
-// as another value.
-double expected_value(const SentValue& sent) {
-    const odt_table_entry& entry = *sent.entry;
-    const volatile double product = static_cast<double>(sent.raw) * entry.factor; // never fused
-    double value = product + entry.offset;
-    if (value > entry.upperLimit)
-        value = entry.upperLimit;
-    else if (value < entry.lowerLimit)
-        value = entry.lowerLimit;
-    const bool integer = entry.hostVar->kind == static_cast<std::uint16_t>(VariableKind::integer);
-    return integer ? std::trunc(value) : value;
-}
+// The values of all measurements that a variable takes; with several, the last value is not known.
+struct Expected {
+    std::uint64_t count = 0;
+    std::optional<double> value;
+};
 
-bool same(double a, double b) {
-    return a == b || (std::isnan(a) && std::isnan(b));
+std::string missing(const std::string& name, const Expected& expected) {
+    const halmor_standin::Variable& variable = *VariableStore::instance().find(name);
+    const auto got = variable.read();
+    if (got.updates != expected.count)
+        return fmt::format("{}: {} of {} values arrived", name, got.updates, expected.count);
+    if (expected.count == 0 || !expected.value)
+        return "";
+    const double value =
+        variable.kind() == VariableKind::integer ? std::trunc(*expected.value) : *expected.value;
+    if (got.value == value || (std::isnan(got.value) && std::isnan(value)))
+        return "";
+    return fmt::format("{}: {} arrived instead of {}", name, got.value, value);
 }
 
 } // namespace
 
-void SimulatedSource::start(DatagramSink sink) {
-    try {
-        slave_ = std::make_unique<SimulatedSlave>(faults_);
-    } catch (const std::system_error& error) {
-        throw Failure(ExitStatus::network, error.what());
-    }
-    receiver_ = std::make_unique<UdpSource>(io::parse_endpoint("127.0.0.1:0"), slave_->endpoint());
-    receiver_->start(std::move(sink));
-    slave_->start(receiver_->local());
+RunningSlave::RunningSlave(const a2l::File& file,
+                           const std::set<simulated_slave::Fault>& faults) try
+    : server_(file, faults, io::parse_endpoint("127.0.0.1:0")) {
+    server_.start();
+} catch (const std::exception& error) {
+    throw Failure(ExitStatus::network, std::string("the simulated slave: ") + error.what());
 }
 
-// A datagram on the loopback interface is in the receiver's buffer once it has been sent.
+SimulatedSource::SimulatedSource(const a2l::File& file,
+                                 const std::set<simulated_slave::Fault>& faults,
+                                 std::multimap<std::string, std::string> variables,
+                                 SlaveSettings settings)
+    : RunningSlave(file, faults), SlaveSource(server_.endpoint(), std::move(settings)),
+      variables_(std::move(variables)) {}
+
 void SimulatedSource::stop() {
-    if (slave_)
-        slave_->stop();
-    if (receiver_)
-        receiver_->stop();
+    SlaveSource::stop();
+    server_.stop();
 }
 
 void SimulatedSource::check() const {
-    receiver_->check();
-    if (!slave_->error().empty())
-        throw Failure(ExitStatus::network, "the simulated slave: " + slave_->error());
+    SlaveSource::check();
+    if (!server_.error().empty())
+        throw Failure(ExitStatus::network, "the simulated slave: " + server_.error());
 }
 
 std::vector<std::string> SimulatedSource::missing_values() const {
-    std::vector<std::string> lines;
-    for (const auto& [name, sent] : slave_->sent()) {
-        const auto got = VariableStore::instance().find(name)->read();
-        if (sent.updates == 0)
-            continue;
-        if (got.updates != sent.updates)
-            lines.push_back(
-                fmt::format("{}: {} of {} values arrived", name, got.updates, sent.updates));
-        else if (const double expected = expected_value(sent); !same(got.value, expected))
-            lines.push_back(fmt::format("{}: {} arrived instead of {}", name, got.value, expected));
+    std::map<std::string, Expected> expected; // by variable
+    const auto sent = server_.sent();
+    for (const auto& [measurement, variable] : variables_) {
+        Expected& each = expected[variable];
+        const bool first = each.count == 0;
+        if (const auto found = sent.find(measurement); found != sent.end()) {
+            each.count += found->second.count;
+            each.value = first ? std::optional(found->second.physical) : std::nullopt;
+        }
     }
+    std::vector<std::string> lines;
+    for (const auto& [name, value] : expected)
+        if (std::string line = missing(name, value); !line.empty())
+            lines.push_back(std::move(line));
     return lines;
 }
 

@@ -1,35 +1,42 @@
 #pragma once
-// Datagrams from the simulated slave, over the loopback interface like any other's.
+// Datagrams from a slave that is simulated from the A2L file and set up like any other, over the
+// loopback interface. The slave knows nothing of the plan: it judges what has arrived by addresses
+// and by its own conversions.
 
-#include "simulated_slave.h"
-#include "udp_source.h"
+#include "simulated_slave/server.h"
+#include "slave_source.h"
 
-#include <memory>
+#include <map>
 #include <set>
 #include <string>
 #include <vector>
 
 namespace task {
 
-class SimulatedSource : public DatagramSource {
-  public:
-    explicit SimulatedSource(const std::set<SimulatedFault>& faults) : faults_(faults) {}
+// Made before the source that talks to it.
+class RunningSlave {
+  protected:
+    // Throws Failure.
+    RunningSlave(const a2l::File& file, const std::set<simulated_slave::Fault>& faults);
 
-    void start(DatagramSink sink) override;
+    simulated_slave::Server server_;
+};
+
+class SimulatedSource : private RunningSlave, public SlaveSource {
+  public:
+    // `variables`: those of the host that take a measurement, by its name. Throws Failure.
+    SimulatedSource(const a2l::File& file, const std::set<simulated_slave::Fault>& faults,
+                    std::multimap<std::string, std::string> variables, SlaveSettings settings);
+
     std::string description() const override {
-        return "of a simulated slave, " + receiver_->description();
+        return "of a simulated slave, " + SlaveSource::description();
     }
-    bool can_wait() const override { return false; }
-    bool ended() const override { return receiver_->ended(); }
     void stop() override;
     void check() const override;
-    Losses losses() const override { return receiver_->losses(); }
     std::vector<std::string> missing_values() const override;
 
   private:
-    const std::set<SimulatedFault> faults_;
-    std::unique_ptr<SimulatedSlave> slave_;
-    std::unique_ptr<UdpSource> receiver_;
+    const std::multimap<std::string, std::string> variables_;
 };
 
 } // namespace task

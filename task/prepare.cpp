@@ -1,0 +1,89 @@
+#include "prepare.h"
+
+#include "exit_status.h"
+#include "task/configuration/slave_plan.h"
+#include "task/output/set_up_report.h"
+#include "task/sources/make_source.h"
+#include "task/sources/simulated_source.h"
+
+#include <fmt/format.h>
+
+#include <iostream>
+#include <map>
+#include <system_error>
+
+namespace task {
+
+namespace {
+
+SlaveSettings settings(const WantedSlave& wanted, const TerminationSignals& signals,
+                       ProtocolLog* protocolLog) {
+    SlaveSettings settings{wanted.timeout,
+                           {},
+                           [&signals] { return signals.requested(); },
+                           [&signals] { return signals.urgent(); }};
+    if (protocolLog != nullptr)
+        settings.trace = [protocolLog](const xcp_master::TraceEvent& event) {
+            protocolLog->take(event);
+        };
+    return settings;
+}
+
+std::multimap<std::string, std::string> variables_of(const SpecFile& spec) {
+    std::multimap<std::string, std::string> variables;
+    for (const ListSection& list : spec.lists)
+        for (const ListedMeasurement& each : list.measurements)
+            variables.emplace(each.measurement, each.variable);
+    return variables;
+}
+
+std::unique_ptr<SlaveSource> make_slave_source(const Options& options, const SpecFile& spec,
+                                               const a2l::File& file, SlaveSettings settings) {
+    if (options.source == SourceKind::simulate)
+        return std::make_unique<SimulatedSource>(file, options.faults, variables_of(spec),
+                                                 std::move(settings));
+    try {
+        return std::make_unique<SlaveSource>(slave_endpoint(options, file.xcp()),
+                                             std::move(settings));
+    } catch (const std::system_error& error) {
+        throw Failure(ExitStatus::network, error.what());
+    }
+}
+
+void show(const std::string& text) {
+    std::cout << text << std::flush;
+}
+
+// What is left of the A2L file stays small: a file of 100 MB is not kept during a run.
+Prepared prepare_slave(const Options& options, SpecFile spec, const TerminationSignals& signals,
+                       ProtocolLog* protocolLog) {
+    const a2l::File file(a2l_path(spec, options.spec));
+    const WantedSlave wanted = find_wanted(spec, options.spec, file);
+    if (!wanted.faults.empty())
+        throw wanted.faults[0];
+    for (const std::string& remark : file.warnings())
+        show("note: " + remark + "\n");
+    auto source = make_slave_source(options, spec, file, settings(wanted, signals, protocolLog));
+    show(fmt::format("connecting to the slave {}\n", source->way()));
+    const auto slave = source->connect(wanted.stated, wanted.lists);
+    const auto limits = limits_of(slave);
+    const xcp_master::DaqPlan& plan = source->make_plan(wanted.lists, limits);
+    show(properties_text(slave) + plan_text(plan, limits, wanted.stated));
+    std::vector<TableLine> table = table_of(plan, spec, wanted);
+    Configuration configuration = configure(options, std::move(spec), std::move(table));
+    return {std::move(configuration), std::move(source)};
+}
+
+} // namespace
+
+Prepared prepare(api_xcp_daq& daq, const Options& options, const TerminationSignals& signals,
+                 ProtocolLog* protocolLog) {
+    SpecFile spec = load_spec(daq, options);
+    if (options.sets_up())
+        return prepare_slave(options, std::move(spec), signals, protocolLog);
+    Configuration configuration =
+        configure(options, std::move(spec), read_measurement_table(options.table));
+    return {std::move(configuration), make_source(options)};
+}
+
+} // namespace task

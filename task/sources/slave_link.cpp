@@ -1,0 +1,90 @@
+#include "slave_link.h"
+
+#include "xcp/message.h"
+
+#include <algorithm>
+#include <chrono>
+
+namespace task {
+
+namespace {
+
+using std::chrono::steady_clock;
+using xcp_master::Packet;
+using xcp_master::Time;
+
+constexpr std::size_t most_packets = 10'000;     // that wait: a slave may send events without end
+constexpr std::chrono::milliseconds look_up{20}; // for an interruption
+
+const io::UdpEndpoint any_endpoint{};
+
+} // namespace
+
+SlaveLink::SlaveLink(const io::UdpEndpoint& slave, std::function<bool()> stopWanted,
+                     std::function<bool()> urgent)
+    : slave_(slave), stopWanted_(std::move(stopWanted)), urgent_(std::move(urgent)),
+      receiver_(io::UdpSocket(any_endpoint), slave,
+                [this](const std::uint8_t* data, std::uint64_t length) {
+                    take({data, length});
+                }) {}
+
+Time SlaveLink::now() const {
+    return steady_clock::now().time_since_epoch();
+}
+
+void SlaveLink::send(std::span<const std::uint8_t> datagram) {
+    receiver_.send(slave_, datagram);
+}
+
+std::optional<Packet> SlaveLink::receive(Time until) {
+    std::unique_lock lock(mutex_);
+    while (packets_.empty()) {
+        check_interruption();
+        if (now() >= until)
+            return {};
+        const Time next = std::min<Time>(until, now() + look_up);
+        arrived_.wait_until(lock, steady_clock::time_point(next));
+    }
+    Packet packet = std::move(packets_.front());
+    packets_.pop_front();
+    return packet;
+}
+
+void SlaveLink::check_interruption() {
+    if (!urgent_() && (closing_ || !stopWanted_()))
+        return;
+    closing_ = true;
+    throw xcp_master::Interrupted();
+}
+
+void SlaveLink::open(DatagramSink sink) {
+    if (open_)
+        return;
+    sink_ = std::move(sink);
+    open_ = true;
+}
+
+void SlaveLink::take(std::span<const std::uint8_t> payload) noexcept {
+    try {
+        keep_answers(payload);
+    } catch (const std::bad_alloc&) {
+        // The session takes it for a lost answer.
+    }
+    if (open_)
+        sink_(payload.data(), payload.size());
+}
+
+void SlaveLink::keep_answers(std::span<const std::uint8_t> payload) {
+    xcp::MessageWalk messages(payload);
+    for (xcp::Message message{}; messages.next(message);) {
+        if (message.packet.empty() || message.is_daq())
+            continue;
+        const std::lock_guard lock(mutex_);
+        if (packets_.size() == most_packets)
+            packets_.pop_front();
+        packets_.emplace_back(message.packet.begin(), message.packet.end());
+        arrived_.notify_one();
+    }
+}
+
+} // namespace task

@@ -1,0 +1,61 @@
+#pragma once
+// The socket of a session: commands go out of it and everything from the slave comes into it. What
+// is no DAQ packet waits for the session; whole datagrams go to the sink once it is open.
+
+#include "datagram_source.h"
+#include "io/udp_receiver.h"
+#include "xcp_master/command_channel.h"
+
+#include <atomic>
+#include <condition_variable>
+#include <deque>
+#include <functional>
+#include <mutex>
+#include <optional>
+
+namespace task {
+
+class SlaveLink : public xcp_master::Link {
+  public:
+    // Binds a socket and begins to receive. `stopWanted` ends the session's waiting once, so that
+    // it can be closed in order; `urgent` ends all of its waiting. Any thread may ask them. Throws
+    // std::system_error.
+    SlaveLink(const io::UdpEndpoint& slave, std::function<bool()> stopWanted,
+              std::function<bool()> urgent);
+
+    // The session's thread.
+    xcp_master::Time now() const override;
+    void send(std::span<const std::uint8_t> datagram) override;
+    std::optional<xcp_master::Packet> receive(xcp_master::Time until) override;
+
+    // From now on datagrams go to the sink, on the receiving thread. Once.
+    void open(DatagramSink sink);
+
+    // From now on the session's waiting ends for urgent() alone.
+    void close_in_order() { closing_ = true; }
+
+    // Hands on what has arrived and ends receiving.
+    void stop() { receiver_.stop(); }
+
+    const io::UdpReceiver& receiver() const { return receiver_; }
+
+  private:
+    void take(std::span<const std::uint8_t> payload) noexcept;
+    void keep_answers(std::span<const std::uint8_t> payload);
+    void check_interruption();
+
+    const io::UdpEndpoint slave_;
+    const std::function<bool()> stopWanted_;
+    const std::function<bool()> urgent_;
+    bool closing_ = false; // the session's thread
+
+    std::mutex mutex_;
+    std::condition_variable arrived_;
+    std::deque<xcp_master::Packet> packets_; // guarded by mutex_
+
+    DatagramSink sink_; // set before open_
+    std::atomic<bool> open_ = false;
+    io::UdpReceiver receiver_; // last: its thread uses all of the above
+};
+
+} // namespace task

@@ -1,0 +1,81 @@
+#include "slave_source.h"
+
+#include "task/exit_status.h"
+
+#include <system_error>
+
+namespace task {
+
+using xcp_master::SessionError;
+
+SlaveSource::SlaveSource(const io::UdpEndpoint& slave, SlaveSettings settings)
+    : slave_(slave), link_(slave, std::move(settings.stopWanted), std::move(settings.urgent)),
+      session_(link_, settings.timeout, std::move(settings.trace)) {}
+
+void SlaveSource::fail(const std::string& cause) const {
+    throw Failure(ExitStatus::network, "slave " + to_text(slave_) + ": " + cause);
+}
+
+xcp_master::SlaveProperties SlaveSource::connect(const xcp_master::StatedProperties& stated,
+                                                 const std::vector<xcp_master::WantedList>& lists) {
+    try {
+        return session_.connect(stated, lists);
+    } catch (const SessionError& error) {
+        fail(error.what());
+    } catch (const std::system_error& error) { // which names the address
+        throw Failure(ExitStatus::network, error.what());
+    }
+}
+
+const xcp_master::DaqPlan& SlaveSource::make_plan(const std::vector<xcp_master::WantedList>& lists,
+                                                  const xcp_master::DaqLimits& limits) {
+    try {
+        return plan_ = xcp_master::make_plan(lists, limits);
+    } catch (const SessionError& error) {
+        fail(error.what());
+    }
+}
+
+// Whatever comes before the start belongs to a session before.
+void SlaveSource::start(DatagramSink sink) {
+    try {
+        session_.start(plan_, [&] { link_.open(std::move(sink)); });
+    } catch (const SessionError& error) {
+        fail(error.what());
+    } catch (const std::system_error& error) { // which names the address
+        throw Failure(ExitStatus::network, error.what());
+    }
+}
+
+std::string SlaveSource::way() const {
+    return to_text(slave_) + " from " + to_text(link_.receiver().local());
+}
+
+std::string SlaveSource::description() const {
+    return "from " + to_text(slave_) + " on " + to_text(link_.receiver().local());
+}
+
+// The slave has stopped before receiving ends: what it sent until then counts.
+void SlaveSource::stop() {
+    try {
+        link_.close_in_order();
+        session_.end();
+    } catch (const std::exception& error) {
+        endError_ = error.what();
+    }
+    link_.stop();
+}
+
+void SlaveSource::check() const {
+    if (!link_.receiver().error().empty())
+        throw Failure(ExitStatus::network, "receiving failed: " + link_.receiver().error());
+    if (!endError_.empty())
+        fail("not ended in order: " + endError_);
+}
+
+DatagramSource::Losses SlaveSource::losses() const {
+    const auto counters = link_.receiver().counters();
+    return {counters.kernelDrops, counters.foreign};
+}
+
+} // namespace task

@@ -1,0 +1,56 @@
+#pragma once
+// Datagrams from a slave that the task itself sets up, starts and stops.
+
+#include "datagram_source.h"
+#include "slave_link.h"
+#include "xcp_master/session.h"
+
+#include <functional>
+#include <string>
+#include <vector>
+
+namespace task {
+
+struct SlaveSettings {
+    std::chrono::milliseconds timeout; // of a command
+    xcp_master::Trace trace;           // may be empty
+    std::function<bool()> stopWanted;  // as for SlaveLink
+    std::function<bool()> urgent;
+};
+
+class SlaveSource : public DatagramSource {
+  public:
+    // Binds a socket. Throws std::system_error.
+    SlaveSource(const io::UdpEndpoint& slave, SlaveSettings settings);
+    ~SlaveSource() override { stop(); }
+
+    // "127.0.0.1:5555 from 0.0.0.0:40000": the slave, and the socket that speaks to it.
+    std::string way() const;
+
+    // Connects and asks what the slave can, before start(). Throws Failure.
+    xcp_master::SlaveProperties connect(const xcp_master::StatedProperties& stated,
+                                        const std::vector<xcp_master::WantedList>& lists);
+
+    // Makes the plan that start() sets the slave up with. Throws Failure when it does not fit.
+    const xcp_master::DaqPlan& make_plan(const std::vector<xcp_master::WantedList>& lists,
+                                         const xcp_master::DaqLimits& limits);
+
+    void start(DatagramSink sink) override;
+    std::string description() const override;
+    bool can_wait() const override { return false; }
+    bool ended() const override { return !link_.receiver().error().empty(); }
+    void stop() override;
+    void check() const override;
+    Losses losses() const override;
+
+  private:
+    [[noreturn]] void fail(const std::string& cause) const;
+
+    const io::UdpEndpoint slave_;
+    SlaveLink link_;
+    xcp_master::Session session_;
+    xcp_master::DaqPlan plan_;
+    std::string endError_; // why the session did not end in order
+};
+
+} // namespace task
