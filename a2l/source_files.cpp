@@ -21,7 +21,7 @@ constexpr std::size_t longest_path = 4096; // beyond it there is no such file
 constexpr std::string_view utf8_mark = "\xEF\xBB\xBF";
 
 std::pair<std::unique_ptr<char[]>, std::size_t> bytes_of(const std::string& path) {
-    const io::FileDescriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    const io::FileDescriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
     struct stat status {};
     if (file.get() < 0 || fstat(file.get(), &status) != 0)
         throw io::FileError(path, std::strerror(errno));

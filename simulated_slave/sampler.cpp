@@ -37,9 +37,13 @@ std::uint64_t Sampler::next_due() const {
 
 std::uint64_t Sampler::advance(std::uint64_t now_ns) {
     std::erase_if(timers_, [&](const Timer& timer) { return !used(timer.event); });
+    constexpr int most_times =
+        10'000; // the rest waits for the next call, so that commands are heard
     std::uint64_t next = next_due();
-    for (; next <= now_ns && next != never; next = next_due())
+    for (int times = 0; next <= now_ns && next != never && times < most_times; ++times) {
         sample_all(next);
+        next = next_due();
+    }
     return next;
 }
 

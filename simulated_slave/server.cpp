@@ -56,7 +56,7 @@ void Server::run() {
     try {
         serve();
         link_.finish();
-    } catch (const std::system_error& error) {
+    } catch (const std::exception& error) {
         error_ = error.what();
         failed_ = true;
     }

@@ -22,6 +22,12 @@ std::uint64_t place_of(std::uint8_t extension, std::uint32_t address) {
 // The names of all elements: a[0][0], a[0][1], ...
 std::vector<std::string> elements_of(const std::string& name,
                                      const std::vector<std::uint32_t>& dimensions) {
+    constexpr std::uint64_t most_elements = 65'536; // larger ones are not simulated
+    std::uint64_t elements = 1;
+    for (const std::uint32_t count : dimensions)
+        elements = std::min(elements * count, most_elements + 1);
+    if (elements > most_elements)
+        return {};
     std::vector<std::string> names = {name};
     for (const std::uint32_t count : dimensions) {
         std::vector<std::string> longer;

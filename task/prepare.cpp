@@ -68,7 +68,7 @@ Prepared prepare_slave(const Options& options, SpecFile spec, const TerminationS
     const auto slave = source->connect(wanted.stated, wanted.lists);
     const auto limits = limits_of(slave);
     const xcp_master::DaqPlan& plan = source->make_plan(wanted.lists, limits);
-    show(properties_text(slave) + plan_text(plan, limits, wanted.stated));
+    show(properties_text(slave) + plan_text(plan, limits, slave.events));
     std::vector<TableLine> table = table_of(plan, spec, wanted);
     Configuration configuration = configure(options, std::move(spec), std::move(table));
     return {std::move(configuration), std::move(source)};

@@ -117,6 +117,8 @@ class Run {
         print("datagrams " + source_->description() + "\n");
         show_progress(
             options_.quiet, [this] { return goes_on(); }, [this] { return counts(); });
+        if (const auto last = intake_->counts().lastDaqPacket; last != Clock::time_point{})
+            silence_ = std::chrono::duration<double>(Clock::now() - last).count();
     }
 
     bool goes_on() {
@@ -135,7 +137,8 @@ class Run {
                 .untimed = observer_->watch().untimed(),
                 .waiting = XCPFrameBuffer.size(),
                 .misfits = intake_->packets().misfits(),
-                .seconds = elapsed.count()};
+                .seconds = elapsed.count(),
+                .silence = silence_};
     }
 
     ExitStatus judge(bool trusted) const {
@@ -155,6 +158,7 @@ class Run {
     std::optional<CsvRecorder> recorder_;
     std::optional<ValueObserver> observer_;
     Clock::time_point start_;
+    double silence_ = 0; // seconds, known at the end
 };
 
 ExitStatus check(api_xcp_daq& daq, const Options& options) {

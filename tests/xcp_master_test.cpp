@@ -36,7 +36,8 @@ struct Trouble {
     std::set<int> lostAnswers;
     std::set<int> lateAnswers;
     std::map<int, Packet>
-        replaced; // the answer that comes instead, and the command does not arrive
+        replaced;         // the answer that comes instead, and the command does not arrive
+    bool doubled = false; // every answer comes twice
 };
 
 // The way to a simulated slave.
@@ -56,18 +57,19 @@ class TestLink : public Link {
         if (replaced == trouble_.replaced.end())
             slave.take(datagram, static_cast<std::uint64_t>(time_.count()));
         else
-            packets_.emplace_back(time_ + 1ms, replaced->second);
+            packets_.push_back({time_ + 1ms, {ctr_++, replaced->second}});
     }
-    std::optional<Packet> receive(Time until) override {
+    std::optional<Received> receive(Time until) override {
         if (packets_.empty() || packets_.front().first > until) {
             time_ = std::max(time_, until);
             return {};
         }
         time_ = std::max(time_, packets_.front().first);
-        Packet packet = std::move(packets_.front().second);
+        Received received = std::move(packets_.front().second);
         packets_.pop_front();
-        return packet;
+        return received;
     }
+    void close_in_order() override {}
     void run_for(Time duration) {
         time_ += duration;
         slave.advance(static_cast<std::uint64_t>(time_.count()));
@@ -86,15 +88,20 @@ class TestLink : public Link {
             if (message.is_daq())
                 daq.push_back(packet);
             else if (!trouble_.lostAnswers.contains(commands - 1))
-                packets_.emplace_back(
-                    time_ + (trouble_.lateAnswers.contains(commands - 1) ? timeout * 3 / 2 : 1ms),
-                    packet);
+                keep({ctr_++, packet});
         }
+    }
+    void keep(const Received& received) {
+        const bool late = trouble_.lateAnswers.contains(commands - 1);
+        packets_.push_back({time_ + (late ? timeout * 3 / 2 : 1ms), received});
+        if (trouble_.doubled)
+            packets_.push_back({packets_.back().first + 1ms, received});
     }
 
     Trouble trouble_;
     Time time_ = 1s;
-    std::deque<std::pair<Time, Packet>> packets_;
+    std::deque<std::pair<Time, Received>> packets_;
+    std::uint16_t ctr_ = 0xFFF0; // of the slave; it does not count what got lost
 };
 
 // ---- the slave ----
@@ -169,8 +176,9 @@ TEST(Session, OutlivesEveryCommandAndAnswerThatIsLostOrLate) {
     ASSERT_GT(commands, 30);
     const a2l::File file = file_of(plain_a2l);
     for (int number = 0; number < commands; ++number)
-        for (const Trouble& trouble : {Trouble{{number}, {}, {}, {}}, Trouble{{}, {number}, {}, {}},
-                                       Trouble{{}, {}, {number}, {}}}) {
+        for (const Trouble& trouble :
+             {Trouble{{number}, {}, {}, {}}, Trouble{{}, {number}, {}, {}},
+              Trouble{{}, {}, {number}, {}}, Trouble{{}, {}, {number}, {}, true}}) {
             TestLink link(file, trouble);
             EXPECT_EQ(run_session(link), "") << "trouble at command " << number;
             EXPECT_EQ(link.slave.violations(), 0U) << "strict in length and CTR";
@@ -321,18 +329,20 @@ class RecordedLink : public Link {
     void send(std::span<const std::uint8_t> datagram) override {
         sent.emplace_back(datagram.begin() + xcp::message_header_size, datagram.end());
         auto& answers = answers_[{sent.back().begin(), sent.back().end()}];
-        answer_ = answers.empty() ? Packet{xcp::error_pid, 0x2A} : answers.front();
+        const auto ctr = static_cast<std::uint16_t>(sent.size());
+        answer_ = Received{ctr, answers.empty() ? Packet{xcp::error_pid, 0x2A} : answers.front()};
         if (answers.size() > 1)
             answers.pop_front();
     }
-    std::optional<Packet> receive(Time) override { return std::exchange(answer_, {}); }
+    std::optional<Received> receive(Time) override { return std::exchange(answer_, {}); }
+    void close_in_order() override {}
 
     std::vector<Packet> recorded;
     std::vector<Packet> sent;
 
   private:
     std::map<std::string, std::deque<Packet>> answers_; // by the command's bytes
-    std::optional<Packet> answer_;
+    std::optional<Received> answer_;
 };
 
 // The plan of the recorded session, out of its own WRITE_DAQ commands.

@@ -2,6 +2,7 @@
 // The commands of a DAQ session and their positive answers as plain values (ASAM MCD-1 XCP,
 // protocol layer). A packet begins with its code; `each` names the fields behind it in their order.
 
+#include "message.h"
 #include "packet_fields.h"
 
 #include <cstdint>
@@ -15,7 +16,6 @@ namespace xcp {
 // First byte of what a slave sends beside DAQ packets.
 constexpr std::uint8_t response_pid = 0xFF;
 constexpr std::uint8_t error_pid = 0xFE;
-constexpr std::uint8_t event_pid = 0xFD;
 
 // An answer without fields.
 struct Acknowledgement {

@@ -17,6 +17,7 @@ constexpr std::size_t message_header_size = 4;
 // Packet classes by PID. PIDs from 0xC0 up are taken by events, errors, responses and the service
 // request, so an ODT number in a DAQ packet ends at 0xBF.
 constexpr std::uint8_t last_daq_pid = 0xBF;
+constexpr std::uint8_t event_pid = 0xFD;
 constexpr std::uint8_t service_request_pid = 0xFC;
 
 // A DAQ packet starts with ODT number and DAQ list number; a timestamp of 4 bytes may follow.
@@ -28,6 +29,8 @@ struct Message {
     std::span<const std::uint8_t> packet; // points into the payload; may be empty
 
     bool is_daq() const { return !packet.empty() && packet[0] <= last_daq_pid; }
+    // Its code follows the PID.
+    bool is_event() const { return packet.size() >= 2 && packet[0] == event_pid; }
     bool is_service_request() const { return !packet.empty() && packet[0] == service_request_pid; }
 };
 

@@ -3,6 +3,7 @@
 #include "xcp/message.h"
 #include "xcp/packet_text.h"
 
+#include <algorithm>
 #include <utility>
 
 namespace xcp_master {
@@ -14,6 +15,8 @@ using namespace std::chrono_literals;
 constexpr auto busy_pause = 20ms;
 constexpr int most_busy_tries = 50;
 constexpr std::uint8_t command_pending_event = 0x05; // the answer takes longer
+constexpr int longest_pending = 30;                  // time-outs
+constexpr int most_waiting = 1000; // packets that are passed over before a command
 
 bool is_error(const Packet& packet, xcp::Error error) {
     return packet.size() >= 2 && packet[0] == xcp::error_pid &&
@@ -47,7 +50,7 @@ xcp::Connect::Answer CommandChannel::connect() {
             throw Refused(xcp::Connect::name, packet->size() > 1 ? (*packet)[1] : 0);
         const auto answer = xcp::read_packet<xcp::Connect::Answer>(*packet, order_);
         if (!answer)
-            throw SessionError("the slave's answer to CONNECT is too short");
+            throw BadAnswer("the slave's answer to CONNECT is too short");
         order_ = answer->order();
         if (tries > 0)
             synchronise(xcp::Connect::name); // the answer to an earlier try may still come
@@ -59,6 +62,8 @@ xcp::Connect::Answer CommandChannel::connect() {
 
 std::optional<Packet> CommandChannel::try_to_connect() {
     const Packet command = xcp::command_packet(xcp::Connect{}, order_);
+    lastAnswer_.reset();
+    slaveCounts_ = false;
     for (int tries = 1;; ++tries) {
         send(command);
         auto answer = await_answer(xcp::Connect::code);
@@ -68,12 +73,8 @@ std::optional<Packet> CommandChannel::try_to_connect() {
     }
 }
 
-void CommandChannel::say_goodbye() {
-    send(xcp::command_packet(xcp::Disconnect{}, order_));
-}
-
 void CommandChannel::disconnect() {
-    say_goodbye();
+    send_only(xcp::Disconnect{});
     await_answer(xcp::Disconnect::code);
 }
 
@@ -97,10 +98,10 @@ Packet CommandChannel::exchange_once(const Packet& command) {
     throw AnswerLost("the slave does not answer to " + xcp::command_name(command[0]));
 }
 
-// After the answer to SYNCH none to an earlier command comes any more.
+// Answers to commands before it may still come first.
 void CommandChannel::synchronise(const std::string& unanswered) {
     for (int tries = 0; tries < most_tries; ++tries) {
-        send(xcp::command_packet(xcp::Synch{}, order_));
+        send_only(xcp::Synch{});
         while (const auto answer = await_answer(xcp::Synch::code))
             if (is_error(*answer, xcp::Error::cmd_synch))
                 return;
@@ -112,8 +113,12 @@ void CommandChannel::synchronise(const std::string& unanswered) {
 
 // One message in a datagram and no byte behind it: there are slaves that take no more.
 void CommandChannel::send(const Packet& command) {
-    while (const auto late = link_.receive(link_.now())) // nothing that came before is an answer
-        tell(false, *late, "late");
+    for (int i = 0; i < most_waiting; ++i) { // what came before is no answer
+        const auto late = link_.receive(link_.now());
+        if (!late)
+            break;
+        tell(false, late->packet, "not waited for");
+    }
     Packet datagram;
     xcp::append_message(datagram, ctr_++, command);
     tell(true, command, xcp::command_in_words(command, order_));
@@ -122,22 +127,50 @@ void CommandChannel::send(const Packet& command) {
 
 // Events and service requests come in between.
 std::optional<Packet> CommandChannel::await_answer(std::uint8_t command) {
-    Time until = link_.now() + timeout_;
-    while (auto packet = link_.receive(until)) {
-        tell(false, *packet, xcp::answer_in_words(command, *packet, order_));
-        if (is_answer(*packet))
-            return packet;
-        if (packet->size() > 1 && (*packet)[0] == xcp::event_pid &&
-            (*packet)[1] == command_pending_event)
-            until = link_.now() + timeout_;
+    const Time start = link_.now();
+    Time until = start + timeout_;
+    while (auto received = link_.receive(until)) {
+        if (is_answer_to(command, *received))
+            return std::move(received->packet);
+        const Packet& packet = received->packet;
+        if (packet.size() > 1 && packet[0] == xcp::event_pid && packet[1] == command_pending_event)
+            until = std::min<Time>(link_.now() + timeout_, start + longest_pending * timeout_);
+        if (link_.now() >= until) // though there is more
+            break;
     }
     return {};
 }
 
+bool CommandChannel::is_answer_to(std::uint8_t command, const Received& received) {
+    const Packet& packet = received.packet;
+    const bool answer = is_answer(packet);
+    const bool toSynch = is_error(packet, xcp::Error::cmd_synch);
+    const bool late = answer && (came_before(received) || (toSynch && command != xcp::Synch::code));
+    tell(false, packet, late ? "late" : xcp::answer_in_words(command, packet, order_));
+    if (!answer || late)
+        return false;
+    slaveCounts_ = slaveCounts_ || (lastAnswer_ && lastAnswer_->ctr != received.ctr);
+    lastAnswer_ = received;
+    return true;
+}
+
+// Some slaves do not count. Of those what is no bare acknowledgement is known by its bytes.
+bool CommandChannel::came_before(const Received& received) const {
+    if (!lastAnswer_)
+        return false;
+    if (slaveCounts_)
+        return static_cast<std::int16_t>(received.ctr - lastAnswer_->ctr) <= 0;
+    return received.ctr == lastAnswer_->ctr && received.packet.size() > 2 &&
+           received.packet == lastAnswer_->packet;
+}
+
 void CommandChannel::pause(std::chrono::milliseconds duration) {
     const Time until = link_.now() + duration;
-    while (const auto packet = link_.receive(until))
-        tell(false, *packet, "not waited for");
+    while (const auto received = link_.receive(until)) {
+        tell(false, received->packet, "not waited for");
+        if (link_.now() >= until)
+            break;
+    }
 }
 
 void CommandChannel::tell(bool sent, const Packet& packet, std::string meaning) {

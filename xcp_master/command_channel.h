@@ -20,6 +20,12 @@ namespace xcp_master {
 using Packet = std::vector<std::uint8_t>;
 using Time = std::chrono::nanoseconds; // since any beginning
 
+// What a slave sent that is no DAQ packet.
+struct Received {
+    std::uint16_t ctr = 0; // of its message
+    Packet packet;         // never empty
+};
+
 // The way to the slave. One thread's.
 class Link {
   public:
@@ -29,10 +35,12 @@ class Link {
     // Sends a datagram. May throw; the session has failed then.
     virtual void send(std::span<const std::uint8_t> datagram) = 0;
 
-    // The next packet from the slave that is no DAQ packet, in their order, waiting for one until
-    // the given time; empty when none came. Throws Interrupted when nobody wants the session any
-    // more.
-    virtual std::optional<Packet> receive(Time until) = 0;
+    // What came next from the slave, waiting for it until the given time; empty when nothing came.
+    // Throws Interrupted when nobody wants the session any more.
+    virtual std::optional<Received> receive(Time until) = 0;
+
+    // From now on the session is being closed, for which only somebody in a hurry does not wait.
+    virtual void close_in_order() = 0;
 };
 
 class Interrupted : public SessionError {
@@ -49,6 +57,12 @@ class Refused : public SessionError {
 
   private:
     std::uint8_t code_;
+};
+
+// An answer that does not keep to the standard.
+class BadAnswer : public SessionError {
+  public:
+    using SessionError::SessionError;
 };
 
 // No answer came to a command, but one to the SYNCH after it: what the slave has done of the
@@ -82,8 +96,11 @@ class CommandChannel {
     // Disconnects; nothing is left to be done when no answer comes.
     void disconnect();
 
-    // The same without waiting for the answer.
-    void say_goodbye();
+    // Sends a command whose answer nobody waits for.
+    template <class Command>
+    void send_only(const Command& command) {
+        send(xcp::command_packet(command, order_));
+    }
 
     // Sends the command and gives the slave's answer. `what` names the command's object in errors.
     // Throws Refused, AnswerLost, or SessionError when the slave has fallen silent.
@@ -92,8 +109,8 @@ class CommandChannel {
         const Packet answer = exchange(xcp::command_packet(command, order_), what);
         const auto value = xcp::read_packet<typename Command::Answer>(answer, order_);
         if (!value)
-            throw SessionError("the slave's answer to " + std::string(Command::name) +
-                               " is too short");
+            throw BadAnswer("the slave's answer to " + std::string(Command::name) +
+                            " is too short");
         return *value;
     }
 
@@ -124,6 +141,8 @@ class CommandChannel {
     void synchronise(const std::string& unanswered);
     void send(const Packet& command);
     std::optional<Packet> await_answer(std::uint8_t command);
+    bool is_answer_to(std::uint8_t command, const Received& received);
+    bool came_before(const Received& received) const;
     void pause(std::chrono::milliseconds duration);
     void tell(bool sent, const Packet& packet, std::string meaning);
 
@@ -132,6 +151,10 @@ class CommandChannel {
     const Trace trace_;
     xcp::ByteOrder order_ = xcp::ByteOrder::little;
     std::uint16_t ctr_ = 0;
+
+    // Of this session; a network may repeat what it carries.
+    std::optional<Received> lastAnswer_;
+    bool slaveCounts_ = false; // its CTR is not always the same
 };
 
 } // namespace xcp_master

@@ -46,10 +46,20 @@ void for_each_odt(const DaqPlan& plan, Use&& use) {
     });
 }
 
+// What is done on the way out cannot fail any more.
+template <class Act>
+void try_to(const Act& act) {
+    try {
+        act();
+    } catch (const std::exception&) {
+        return;
+    }
+}
+
 } // namespace
 
 Session::Session(Link& link, std::chrono::milliseconds timeout, Trace trace)
-    : channel_(link, timeout, std::move(trace)) {}
+    : link_(link), channel_(link, timeout, std::move(trace)) {}
 
 SlaveProperties Session::connect(const StatedProperties& stated,
                                  const std::vector<WantedList>& lists) {
@@ -60,7 +70,7 @@ SlaveProperties Session::connect(const StatedProperties& stated,
         check_form(slave);
         ask_events(channel_, lists, stated, slave);
         return slave;
-    } catch (const SessionError&) {
+    } catch (...) {
         give_up();
         throw;
     }
@@ -70,8 +80,9 @@ SlaveProperties Session::connect(const StatedProperties& stated,
 xcp::Connect::Answer Session::connect_or_leave() {
     try {
         return channel_.connect();
-    } catch (const SessionError&) {
-        channel_.say_goodbye();
+    } catch (...) {
+        link_.close_in_order();
+        try_to([&] { channel_.send_only(xcp::Disconnect{}); });
         throw;
     }
 }
@@ -88,7 +99,7 @@ void Session::start(const DaqPlan& plan, const std::function<void()>& beforeStar
                 give_up();
                 throw;
             }
-        } catch (const SessionError&) {
+        } catch (...) {
             give_up();
             throw;
         }
@@ -152,27 +163,41 @@ void Session::select_lists(const DaqPlan& plan) {
     });
 }
 
+// Each by itself: whatever came of the one, the slave is to get the next. Once somebody is in a
+// hurry they go out all the same.
 void Session::end() {
     if (!connected_)
         return;
     connected_ = false;
-    try {
-        channel_.ask(StartStopSynch{StartStopSynch::stop_all});
-    } catch (const Refused&) { // none runs
+    link_.close_in_order();
+    const StartStopSynch stop{StartStopSynch::stop_all};
+    const bool stopped = finish(stop);
+    const bool freed = finish(xcp::FreeDaq{});
+    try_to([&] { channel_.disconnect(); });
+    if (!stopped || !freed)
+        throw SessionError(failure_);
+}
+
+// A refusal is an answer too: none ran, or the slave keeps what is lost with the session anyway.
+template <class Command>
+bool Session::finish(const Command& command) {
+    if (!failure_.empty()) { // it does not answer any more
+        try_to([&] { channel_.send_only(command); });
+        return false;
     }
     try {
-        channel_.ask(xcp::FreeDaq{});
-    } catch (const Refused&) { // what it keeps is lost with the session
+        channel_.ask(command);
+    } catch (const Refused&) {
+    } catch (const std::exception& error) {
+        failure_ = error.what();
+        return false;
     }
-    channel_.disconnect();
+    return true;
 }
 
 // After a failure, which is what is reported.
 void Session::give_up() {
-    try {
-        end();
-    } catch (const SessionError&) {
-    }
+    try_to([&] { end(); });
 }
 
 } // namespace xcp_master

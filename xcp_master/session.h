@@ -37,10 +37,14 @@ class Session {
     void allocate(const DaqPlan& plan);
     void write_entries(const DaqPlan& plan);
     void select_lists(const DaqPlan& plan);
+    template <class Command>
+    bool finish(const Command& command);
     void give_up();
 
+    Link& link_;
     CommandChannel channel_;
     bool connected_ = false;
+    std::string failure_; // why the end was not in order
 };
 
 } // namespace xcp_master

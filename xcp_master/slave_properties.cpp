@@ -83,6 +83,17 @@ std::string ask_id(CommandChannel& channel, std::size_t maxCto) {
         });
     } catch (const Refused&) {
         return "";
+    } catch (const BadAnswer&) {
+        return "";
+    }
+}
+
+// Empty when the slave does not give it.
+std::string upload_name(CommandChannel& channel, std::size_t length, std::size_t maxCto) {
+    try {
+        return upload_text(channel, length, maxCto);
+    } catch (const Refused&) {
+        return "";
     }
 }
 
@@ -95,12 +106,16 @@ std::optional<EventChannel> ask_event(CommandChannel& channel, std::uint16_t num
             return {};
         if ((info->properties & info->daq) == 0)
             throw SessionError("event channel " + std::to_string(number) + " does no DAQ");
-        return EventChannel{number, upload_text(channel, info->nameLength, maxCto),
+        return EventChannel{number, upload_name(channel, info->nameLength, maxCto),
                             info->cycle * xcp::unit_ps(info->unit) / 1000};
     });
 }
 
 void check_resources(CommandChannel& channel, const xcp::Connect::Answer& connected) {
+    constexpr int least_max_cto = 8;
+    if (connected.maxCto < least_max_cto)
+        throw SessionError("the slave's MAX_CTO is " + std::to_string(connected.maxCto) +
+                           ", below the standard's 8 bytes");
     if ((connected.resources & xcp::Connect::Answer::daq_resource) == 0)
         throw SessionError("the slave does no DAQ (resources " +
                            std::to_string(connected.resources) + ")");
@@ -187,12 +202,16 @@ void ask_events(CommandChannel& channel, const std::vector<WantedList>& lists,
                 const StatedProperties& stated, SlaveProperties& slave) {
     for (const WantedList& list : lists)
         try {
-            const auto event = ask_event(channel, list.event, slave.maxCto);
+            auto event = ask_event(channel, list.event, slave.maxCto);
             const auto expected =
                 std::find_if(stated.events.begin(), stated.events.end(),
                              [&](const EventChannel& each) { return each.number == list.event; });
             if (event && expected != stated.events.end())
                 remark_contradictions(*expected, *event, slave);
+            slave.events.push_back(event ? *event
+                                   : expected != stated.events.end()
+                                       ? *expected
+                                       : EventChannel{list.event, "", 0});
         } catch (const Refused& refused) {
             if (refused.is(Error::out_of_range))
                 throw SessionError("the slave has no event channel " + std::to_string(list.event) +

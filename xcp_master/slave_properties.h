@@ -47,6 +47,7 @@ struct StatedProperties {
 struct SlaveProperties : DaqProperties {
     std::string id;                   // by GET_ID; may be empty
     std::size_t maxCto = 0;           // bytes
+    std::vector<EventChannel> events; // of the lists, in their order
     std::vector<std::string> remarks; // what was not asked of the slave itself, or is contradicted
 };
 

@@ -220,7 +220,7 @@ void check_plan(const Options& options, const SpecFile& spec, const WantedSlave&
         const Configuration configuration = configure(options, spec, table_of(plan, spec, wanted));
         for (std::string& fault : TableCheck(options.spec).faults(configuration.table))
             checked.faults.push_back(std::move(fault));
-        checked.text += plan_text(plan, limits, stated) + layout_text(plan);
+        checked.text += plan_text(plan, limits, stated.events) + layout_text(plan);
     } catch (const xcp_master::SessionError& error) {
         checked.faults.emplace_back(error.what());
     }

@@ -116,8 +116,13 @@ std::string line_text(const ConversionLine& c) {
 
 void write_measurement_table(const std::string& path, const std::vector<TableLine>& table) {
     std::ofstream file(path);
-    for (const TableLine& line : table)
+    for (const TableLine& line : table) {
+        const std::string& name =
+            std::visit([](const auto& call) -> const std::string& { return call.name; }, line.call);
+        if (name.find_first_of(",#") != std::string::npos)
+            throw io::FileError(path, name + ": a table has no names with a comma or #");
         file << std::visit([](const auto& call) { return line_text(call); }, line.call);
+    }
     file.close();
     if (file.fail())
         throw io::FileError(path, std::strerror(errno));

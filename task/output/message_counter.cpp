@@ -14,12 +14,24 @@ void MessageCounter::take(std::span<const std::uint8_t> payload) {
     for (xcp::Message message{}; messages.next(message); ++count) {
         check_ctr(message.ctr);
         daqPackets += message.is_daq() ? 1 : 0;
+        if (message.is_event())
+            take_event(message.packet);
     }
+    if (daqPackets > 0)
+        lastDaqPacket_.store(std::chrono::steady_clock::now(), std::memory_order_relaxed);
     add(datagrams_, 1);
     add(bytes_, payload.size());
     add(messages_, count);
     add(daqPackets_, daqPackets);
     add(cutOff_, messages.left() > 0 ? 1 : 0);
+}
+
+// Codes as the protocol layer has them: EV_DAQ_OVERLOAD, EV_SESSION_TERMINATED.
+void MessageCounter::take_event(std::span<const std::uint8_t> packet) {
+    constexpr std::uint8_t overload = 0x06;
+    constexpr std::uint8_t terminated = 0x07;
+    add(overloads_, packet[1] == overload ? 1 : 0);
+    add(terminations_, packet[1] == terminated ? 1 : 0);
 }
 
 // The counter wraps, so what lies in the half before the expected value is taken as the past.
@@ -53,7 +65,8 @@ void MessageCounter::take_from_the_past(std::uint16_t ctr) {
 }
 
 MessageCounts MessageCounter::counts() const {
-    return {datagrams_, bytes_, messages_, daqPackets_, gaps_, missing_, late_, repeated_, cutOff_};
+    return {datagrams_, bytes_,    messages_, daqPackets_, gaps_,         missing_,
+            late_,      repeated_, cutOff_,   overloads_,  terminations_, lastDaqPacket_};
 }
 
 } // namespace task

@@ -125,13 +125,26 @@ std::string closing_counts(const RunCounts& counts) {
     return text;
 }
 
+// What is usual between two datagrams, five times over.
+static double longest_silence(const RunCounts& counts) {
+    constexpr double least = 2.0;
+    return std::max(least, 5 * counts.seconds / static_cast<double>(counts.messages.datagrams));
+}
+
 std::vector<std::string> doubts(const RunCounts& counts, const SampleTimeWatch& times,
                                 const PacketWatch& packets) {
     std::vector<std::string> lines;
     if (counts.messages.daqPackets == 0)
         lines.emplace_back("no DAQ packet came");
+    else if (counts.silence > longest_silence(counts))
+        lines.push_back(fmt::format("nothing came in the last {:.1f} s", counts.silence));
     if (anything_lost(counts))
         lines.emplace_back("packets were lost (see the counts)");
+    if (counts.messages.overloads > 0)
+        lines.push_back(fmt::format("the slave reported an overload {} times: it lost samples",
+                                    counts.messages.overloads));
+    if (counts.messages.terminations > 0)
+        lines.emplace_back("the slave said that it ended the session");
     if (counts.messages.late > 0)
         lines.push_back(fmt::format("{} messages came out of order", counts.messages.late));
     if (counts.messages.repeated > 0)

@@ -22,6 +22,7 @@ struct RunCounts {
     std::size_t waiting = 0;    // frames in the library's queue
     bool misfits = false;       // packets that the measurement table does not lay out
     double seconds = 0.0;       // since the start
+    double silence = 0.0;       // seconds without a DAQ packet, up to the end
 };
 
 // What a line shows only once there is something: datagrams that were refused, the first thing to

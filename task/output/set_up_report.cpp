@@ -31,7 +31,7 @@ std::string rate_text(const EventChannel& event, std::size_t sampleSize) {
 } // namespace
 
 std::string plan_text(const xcp_master::DaqPlan& plan, const xcp_master::DaqLimits& limits,
-                      const xcp_master::StatedProperties& stated) {
+                      const std::vector<EventChannel>& events) {
     std::string text;
     for (std::size_t number = 0; number < plan.lists.size(); ++number) {
         const xcp_master::DaqList& list = plan.lists[number];
@@ -39,7 +39,7 @@ std::string plan_text(const xcp_master::DaqPlan& plan, const xcp_master::DaqLimi
         for (const auto& odt : list.odts)
             values += odt.size();
         const auto event =
-            std::find_if(stated.events.begin(), stated.events.end(),
+            std::find_if(events.begin(), events.end(),
                          [&](const EventChannel& each) { return each.number == list.event; });
         const std::size_t size = sample_size(list, limits);
         text += fmt::format("DAQ list {}  {}, event channel {} ({}): {} values, {} ODTs, {} bytes "

@@ -11,6 +11,6 @@ std::string properties_text(const xcp_master::SlaveProperties& slave);
 
 // A line for each list: ODTs, values, and the bytes per second that they will send.
 std::string plan_text(const xcp_master::DaqPlan& plan, const xcp_master::DaqLimits& limits,
-                      const xcp_master::StatedProperties& stated);
+                      const std::vector<xcp_master::EventChannel>& events);
 
 } // namespace task

@@ -15,24 +15,14 @@ namespace {
 using halmor_standin::VariableKind;
 using halmor_standin::VariableStore;
 
-// The values of all measurements that a variable takes; with several, the last value is not known.
-struct Expected {
-    std::uint64_t count = 0;
-    std::optional<double> value;
-};
-
-std::string missing(const std::string& name, const Expected& expected) {
+std::string compare(const std::string& name, const simulated_slave::SentValue& sent) {
     const halmor_standin::Variable& variable = *VariableStore::instance().find(name);
-    const auto got = variable.read();
-    if (got.updates != expected.count)
-        return fmt::format("{}: {} of {} values arrived", name, got.updates, expected.count);
-    if (expected.count == 0 || !expected.value)
-        return "";
+    const double got = variable.read().value;
     const double value =
-        variable.kind() == VariableKind::integer ? std::trunc(*expected.value) : *expected.value;
-    if (got.value == value || (std::isnan(got.value) && std::isnan(value)))
+        variable.kind() == VariableKind::integer ? std::trunc(sent.physical) : sent.physical;
+    if (sent.count == 0 || got == value || (std::isnan(got) && std::isnan(value)))
         return "";
-    return fmt::format("{}: {} arrived instead of {}", name, got.value, value);
+    return fmt::format("{}: {} arrived instead of {}", name, got, value);
 }
 
 } // namespace
@@ -63,21 +53,32 @@ void SimulatedSource::check() const {
         throw Failure(ExitStatus::network, "the simulated slave: " + server_.error());
 }
 
+// A measurement may be in several lists, each with a variable of its own; then it is not known
+// which of them the last value went to.
 std::vector<std::string> SimulatedSource::missing_values() const {
-    std::map<std::string, Expected> expected; // by variable
-    const auto sent = server_.sent();
-    for (const auto& [measurement, variable] : variables_) {
-        Expected& each = expected[variable];
-        const bool first = each.count == 0;
-        if (const auto found = sent.find(measurement); found != sent.end()) {
-            each.count += found->second.count;
-            each.value = first ? std::optional(found->second.physical) : std::nullopt;
-        }
-    }
     std::vector<std::string> lines;
-    for (const auto& [name, value] : expected)
-        if (std::string line = missing(name, value); !line.empty())
+    const auto sent = server_.sent();
+    for (auto next = variables_.begin(); next != variables_.end();) {
+        const std::string measurement = next->first;
+        const auto found = sent.find(measurement);
+        const auto value = found == sent.end() ? simulated_slave::SentValue{} : found->second;
+        const auto end = variables_.upper_bound(measurement);
+        const bool single = std::next(next) == end;
+        std::set<std::string> names;
+        for (; next != end; ++next)
+            names.insert(next->second);
+        std::uint64_t updates = 0;
+        for (const std::string& name : names)
+            updates += VariableStore::instance().find(name)->read().updates;
+        std::string line;
+        if (updates != value.count)
+            line = fmt::format("{}: {} of {} values arrived", fmt::join(names, ", "), updates,
+                               value.count);
+        else if (single)
+            line = compare(*names.begin(), value);
+        if (!line.empty())
             lines.push_back(std::move(line));
+    }
     return lines;
 }
 

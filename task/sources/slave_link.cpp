@@ -4,16 +4,19 @@
 
 #include <algorithm>
 #include <chrono>
+#include <new>
+#include <thread>
 
 namespace task {
 
 namespace {
 
 using std::chrono::steady_clock;
-using xcp_master::Packet;
+using xcp_master::Received;
 using xcp_master::Time;
 
-constexpr std::size_t most_packets = 10'000;     // that wait: a slave may send events without end
+constexpr std::size_t most_packets = 1000;       // that wait: a slave may send events without end
+constexpr std::size_t longest_cto = 255;         // bytes of an answer
 constexpr std::chrono::milliseconds look_up{20}; // for an interruption
 
 const io::UdpEndpoint any_endpoint{};
@@ -36,18 +39,27 @@ void SlaveLink::send(std::span<const std::uint8_t> datagram) {
     receiver_.send(slave_, datagram);
 }
 
-std::optional<Packet> SlaveLink::receive(Time until) {
+std::optional<Received> SlaveLink::receive(Time until) {
     std::unique_lock lock(mutex_);
+    check_interruption();
     while (packets_.empty()) {
-        check_interruption();
         if (now() >= until)
             return {};
         const Time next = std::min<Time>(until, now() + look_up);
         arrived_.wait_until(lock, steady_clock::time_point(next));
+        check_interruption();
     }
-    Packet packet = std::move(packets_.front());
+    Received received = std::move(packets_.front());
     packets_.pop_front();
-    return packet;
+    return received;
+}
+
+void SlaveLink::await_quiet() const {
+    constexpr std::chrono::milliseconds quiet{20};
+    constexpr std::chrono::milliseconds longest{500};
+    const Time end = now() + longest;
+    while (lastDaq_ != 0 && now() - Time(lastDaq_) < quiet && now() < end)
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
 }
 
 void SlaveLink::check_interruption() {
@@ -77,12 +89,15 @@ void SlaveLink::take(std::span<const std::uint8_t> payload) noexcept {
 void SlaveLink::keep_answers(std::span<const std::uint8_t> payload) {
     xcp::MessageWalk messages(payload);
     for (xcp::Message message{}; messages.next(message);) {
+        if (message.is_daq())
+            lastDaq_.store(now().count(), std::memory_order_relaxed);
         if (message.packet.empty() || message.is_daq())
             continue;
         const std::lock_guard lock(mutex_);
         if (packets_.size() == most_packets)
             packets_.pop_front();
-        packets_.emplace_back(message.packet.begin(), message.packet.end());
+        const auto packet = message.packet.first(std::min(message.packet.size(), longest_cto));
+        packets_.push_back({message.ctr, {packet.begin(), packet.end()}});
         arrived_.notify_one();
     }
 }

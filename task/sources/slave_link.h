@@ -26,13 +26,14 @@ class SlaveLink : public xcp_master::Link {
     // The session's thread.
     xcp_master::Time now() const override;
     void send(std::span<const std::uint8_t> datagram) override;
-    std::optional<xcp_master::Packet> receive(xcp_master::Time until) override;
+    std::optional<xcp_master::Received> receive(xcp_master::Time until) override;
+    void close_in_order() override { closing_ = true; }
 
-    // From now on datagrams go to the sink, on the receiving thread. Once.
+    // From now on datagrams go to the sink, on the receiving thread. A second call changes nothing.
     void open(DatagramSink sink);
 
-    // From now on the session's waiting ends for urgent() alone.
-    void close_in_order() { closing_ = true; }
+    // Waits, a moment at most, until no DAQ packet comes any more: those of a session before.
+    void await_quiet() const;
 
     // Hands on what has arrived and ends receiving.
     void stop() { receiver_.stop(); }
@@ -51,7 +52,8 @@ class SlaveLink : public xcp_master::Link {
 
     std::mutex mutex_;
     std::condition_variable arrived_;
-    std::deque<xcp_master::Packet> packets_; // guarded by mutex_
+    std::deque<xcp_master::Received> packets_;       // guarded by mutex_
+    std::atomic<xcp_master::Time::rep> lastDaq_ = 0; // when a DAQ packet came; 0: never
 
     DatagramSink sink_; // set before open_
     std::atomic<bool> open_ = false;

@@ -36,13 +36,19 @@ const xcp_master::DaqPlan& SlaveSource::make_plan(const std::vector<xcp_master::
     }
 }
 
-// Whatever comes before the start belongs to a session before.
+// Whatever comes before the start belongs to a session before. After a failure nothing is to come
+// any more: whoever takes the datagrams may go.
 void SlaveSource::start(DatagramSink sink) {
     try {
-        session_.start(plan_, [&] { link_.open(std::move(sink)); });
+        session_.start(plan_, [&] {
+            link_.await_quiet();
+            link_.open(sink);
+        });
     } catch (const SessionError& error) {
+        link_.stop();
         fail(error.what());
     } catch (const std::system_error& error) { // which names the address
+        link_.stop();
         throw Failure(ExitStatus::network, error.what());
     }
 }
@@ -58,7 +64,6 @@ std::string SlaveSource::description() const {
 // The slave has stopped before receiving ends: what it sent until then counts.
 void SlaveSource::stop() {
     try {
-        link_.close_in_order();
         session_.end();
     } catch (const std::exception& error) {
         endError_ = error.what();
