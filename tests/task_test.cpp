@@ -161,6 +161,9 @@ TEST(TaskTrust, LosesItToPacketsThatDoNotFitTheTable) {
          "no:\n  DAQ list 0, ODT 0: 2 packets of another length .* the first of 6 bytes .*"},
         {unstamped + unstamped,
          "no:\n  DAQ list 0: no timestamp came\n  2 values without a sample time"},
+        {stamped + stamped + "2 \nfd,6\n2 \nfd,7\n",
+         "no:\n  the slave reported an overload 1 times: it lost samples\n  the slave said that it "
+         "ended the session"},
         {stamped + stamped + otherHeader + otherHeader + "2 \n5,0\n1 \n0\n",
          "no:\n  4 packets of a DAQ list or ODT that the table does not have, not decoded\n"
          "    2 of DAQ list 170, ODT 0\n    1 of DAQ list 0, ODT 5\n    1 of a single byte"},

@@ -228,6 +228,35 @@ TEST(Session, TellsWhoIsSilentAndGivesUpAfterThreeSetUps) {
                                  "SYNCH of 100 ms each");
 }
 
+// Connected, and then events without end, a millisecond apart.
+class EventfulLink : public Link {
+  public:
+    explicit EventfulLink(Packet event) : event_(std::move(event)) {}
+    Time now() const override { return time_; }
+    void send(std::span<const std::uint8_t> datagram) override { connects_ = datagram[4] == 0xFF; }
+    void close_in_order() override {}
+    std::optional<Received> receive(Time) override {
+        time_ += 1ms;
+        if (std::exchange(connects_, false))
+            return Received{0, bytes_of("ff 04 00 10 10 00 01 01")};
+        return Received{0, event_};
+    }
+
+  private:
+    const Packet event_;
+    Time time_{};
+    bool connects_ = false;
+};
+
+TEST(Session, EndsThoughEventsDoNot) {
+    for (const char* event : {"fd 08", "fd 05"}) { // the second one asks for more time
+        EventfulLink link(bytes_of(event));
+        Session session(link, timeout, {});
+        EXPECT_THROW(session.connect({}, {}), SessionError);
+        EXPECT_LT(link.now(), 30s);
+    }
+}
+
 // What a slave may differ in, and what is said of it. Its A2L file says the same.
 TEST(Session, RefusesWhatCannotBeReceived) {
     const std::tuple<const char*, const char*, const char*> cases[] = {

@@ -133,7 +133,8 @@ std::optional<Packet> CommandChannel::await_answer(std::uint8_t command) {
         if (is_answer_to(command, *received))
             return std::move(received->packet);
         const Packet& packet = received->packet;
-        if (packet.size() > 1 && packet[0] == xcp::event_pid && packet[1] == command_pending_event)
+        if (command != xcp::Synch::code && packet.size() > 1 && packet[0] == xcp::event_pid &&
+            packet[1] == command_pending_event)
             until = std::min<Time>(link_.now() + timeout_, start + longest_pending * timeout_);
         if (link_.now() >= until) // though there is more
             break;

@@ -206,8 +206,11 @@ void ask_events(CommandChannel& channel, const std::vector<WantedList>& lists,
             const auto expected =
                 std::find_if(stated.events.begin(), stated.events.end(),
                              [&](const EventChannel& each) { return each.number == list.event; });
-            if (event && expected != stated.events.end())
+            if (event && expected != stated.events.end()) {
                 remark_contradictions(*expected, *event, slave);
+                if (event->name.empty())
+                    event->name = expected->name;
+            }
             slave.events.push_back(event ? *event
                                    : expected != stated.events.end()
                                        ? *expected
