@@ -67,7 +67,7 @@ Prepared prepare_slave(const Options& options, SpecFile spec, const TerminationS
     show(fmt::format("connecting to the slave {}\n", source->way()));
     const auto slave = source->connect(wanted.stated, wanted.lists);
     const auto limits = limits_of(slave);
-    const xcp_master::DaqPlan& plan = source->make_plan(wanted.lists, limits);
+    const xcp_master::DaqPlan& plan = source->make_plan(wanted.lists);
     show(properties_text(slave) + plan_text(plan, limits, slave.events));
     std::vector<TableLine> table = table_of(plan, spec, wanted);
     Configuration configuration = configure(options, std::move(spec), std::move(table));

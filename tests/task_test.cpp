@@ -44,6 +44,11 @@ Arguments recording(const Arguments& more) {
     return with(data + "/slave.spec", data + "/slave.table", more);
 }
 
+std::string text_of(const std::string& path) {
+    std::ifstream file(path);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
 bool has(const std::string& text, const std::string& pattern) {
     return std::regex_search(text, std::regex(pattern));
 }
@@ -325,6 +330,30 @@ TEST(TaskSession, SetsASlaveUpAndLeavesItStopped) {
     EXPECT_TRUE(has(sent.output, "\nsent " + std::to_string(values) +
                                      " values of 2 signals, ignored 0 messages\n"))
         << sent.output;
+}
+
+// The slave takes its form from the same file, and judges by addresses.
+TEST(TaskSession, ReceivesEveryForm) {
+    const std::string engine_a2l = text_of(XCP_DAQ_EXAMPLES "/engine.a2l");
+    const std::pair<const char*, const char*> forms[] = {
+        {"RELATIVE_BYTE", "ABSOLUTE"},
+        {"RELATIVE_BYTE", "RELATIVE_WORD"},
+        {"RELATIVE_BYTE", "RELATIVE_WORD_ALIGNED"},
+        {"BYTE_ORDER_MSB_LAST", "BYTE_ORDER_MSB_FIRST"},
+        {"UNIT_1NS", "UNIT_1US"},
+    };
+    for (const auto& [from, to] : forms) {
+        std::string text = engine_a2l;
+        ASSERT_NE(text.find(from), std::string::npos) << from;
+        text.replace(text.find(from), std::string(from).size(), to);
+        const TemporaryFile a2l(text);
+        std::string lists = text_of(spec);
+        lists.replace(lists.find("engine.a2l"), 10, a2l.path().substr(a2l.path().rfind('/') + 1));
+        lists.replace(lists.find("\n.\n"), 3, "\n/tmp\n");
+        const TemporaryFile own(lists);
+        const auto end = run_task(simulated({"--seconds", "0.4", "--strict"}, own.path()));
+        EXPECT_EQ(end.status, 0) << to << end.errors << end.output;
+    }
 }
 
 TEST(TaskSession, RefusesWithOneLineAndLeavesTheSlaveDisconnected) {

@@ -5,6 +5,7 @@
 #include "temporary_file.h"
 #include "xcp/message.h"
 #include "xcp/packet_text.h"
+#include "xcp_master/dto_form.h"
 #include "xcp_master/session.h"
 
 #include <gtest/gtest.h>
@@ -150,7 +151,7 @@ std::string run_session(TestLink& link, const StatedProperties& stated = {},
             session.end();
             throw;
         }
-        session.start(plan, [&] { link.daq.clear(); });
+        session.start(plan, [&](const auto&) { link.daq.clear(); });
         link.run_for(10ms);
         EXPECT_GE(link.daq.size(), 20U) << "two ODTs every millisecond";
         session.end();
@@ -260,23 +261,12 @@ TEST(Session, EndsThoughEventsDoNot) {
 // What a slave may differ in, and what is said of it. Its A2L file says the same.
 TEST(Session, RefusesWhatCannotBeReceived) {
     const std::tuple<const char*, const char*, const char*> cases[] = {
-        {"RELATIVE_BYTE", "RELATIVE_WORD_ALIGNED",
-         "the slave's identification field is ODT byte, fill byte, DAQ word, only ODT byte, DAQ "
-         "byte can be received"},
-        {"RELATIVE_BYTE", "ABSOLUTE",
-         "the slave's identification field is absolute ODT number, only ODT byte, DAQ byte can be "
-         "received"},
-        {"MSB_LAST", "MSB_FIRST",
-         "the slave's byte order is big-endian, only little-endian can be received"},
-        {"UNIT_1NS", "UNIT_1US",
-         "the slave's timestamp is 4 bytes in units of 1 us, only 4 bytes in units of 1 ns can be "
-         "received"},
         {"SUPPORTED 1", "SUPPORTED 5",
-         "the slave's timestamp is 4 bytes, 5 ticks in 1 ns, only 4 bytes in units of 1 ns can be "
-         "received"},
+         "the slave's timestamp is 4 bytes, 5 ticks in 1 ns, only 4 bytes of whole nanoseconds can "
+         "be received"},
         {"SIZE_DWORD", "SIZE_WORD",
-         "the slave's timestamp is 2 bytes in units of 1 ns, only 4 bytes in units of 1 ns can be "
-         "received"},
+         "the slave's timestamp is 2 bytes in units of 1 ns, only 4 bytes of whole nanoseconds can "
+         "be received"},
         {"BYTE 16", "BYTE 4",
          "list quick: a[0] has 8 bytes, the slave's largest ODT entry 4 bytes"},
         {"32 40", "32 12",
@@ -337,6 +327,109 @@ TEST(DaqPlan, FillsAsFewPacketsAsTheLimitsAllow) {
     EXPECT_EQ(shape(192).size(), 192U);
     EXPECT_THROW(shape(193), SessionError);
     EXPECT_THROW(make_plan(std::vector(5, wanted_list("l", 0, 1)), limits), SessionError);
+}
+
+// ---- forms ----
+
+// One sample as a slave of the form sends it: a second statement, byte by byte.
+struct Form {
+    IdentificationField field;
+    xcp::ByteOrder order;
+    std::uint64_t unit_ns;
+    std::uint16_t minDaq;
+    std::size_t padding;
+    bool overload;
+
+    void put(Packet& packet, std::uint64_t number, int bytes) const {
+        for (int i = 0; i < bytes; ++i)
+            packet.push_back(static_cast<std::uint8_t>(
+                number >> 8 * (order == xcp::ByteOrder::little ? i : bytes - 1 - i)));
+    }
+    // First ODT of list 0 at 10, of list 1 at 20 where they are absolute.
+    Packet packet(int list, int odt, std::uint32_t ticks, const Packet& entries) const {
+        const bool absolute = field == IdentificationField::absolute;
+        Packet packet = {static_cast<std::uint8_t>((absolute ? 10 * (list + 1) : 0) + odt +
+                                                   (overload ? 128 : 0))};
+        if (field == IdentificationField::aligned)
+            packet.push_back(0xAA);
+        if (!absolute)
+            put(packet, static_cast<std::uint64_t>(minDaq + list),
+                field == IdentificationField::relative_byte ? 1 : 2);
+        if (odt == 0)
+            put(packet, ticks, 4);
+        packet.insert(packet.end(), entries.begin(), entries.end());
+        packet.resize((packet.size() + padding - 1) / padding * padding, 0xEE);
+        return packet;
+    }
+};
+
+TEST(DtoForm, BringsEveryFormIntoTheReceivers) {
+    DaqPlan plan;
+    for (int list = 0; list < 2; ++list)
+        plan.lists.push_back({"l", 0, {{{"a", 0, 0, 3}}, {{"b", 0, 0, 2}, {"c", 0, 0, 4}}}});
+    int forms = 0;
+    for (int bits = 0; bits < 4 * 2 * 3 * 2 * 3 * 2; ++bits) {
+        int rest = bits;
+        const auto choose = [&rest](int count) {
+            return std::exchange(rest, rest / count) % count;
+        };
+        const Form form{static_cast<IdentificationField>(choose(4)),
+                        choose(2) == 0 ? xcp::ByteOrder::little : xcp::ByteOrder::big,
+                        std::array<std::uint64_t, 3>{1, 100, 1000}[choose(3)],
+                        static_cast<std::uint16_t>(choose(2) * 3),
+                        std::array<std::size_t, 3>{1, 4, 8}[choose(3)],
+                        choose(2) == 1};
+        DaqProperties slave;
+        slave.identificationField = form.field;
+        slave.order = form.order;
+        slave.unit_ps = form.unit_ns * 1000;
+        slave.minDaq = form.minDaq;
+        slave.overloadInPid = form.overload;
+        slave.timestampSize = 4;
+        DtoForm dto(slave, plan, {10, 20});
+        Packet sent;
+        Packet expected;
+        for (int list = 0; list < 2; ++list)
+            for (const Packet& entries : {Packet{1, 2, 3}, Packet{4, 5, 6, 7, 8, 9}}) {
+                const int odt = entries.size() == 3 ? 0 : 1;
+                constexpr std::uint32_t ticks = 0xFEDCBA98;
+                xcp::append_message(sent, 7, form.packet(list, odt, ticks, entries));
+                Packet own = {static_cast<std::uint8_t>(odt), static_cast<std::uint8_t>(list)};
+                for (int i = 0; i < 4 && odt == 0; ++i)
+                    own.push_back(static_cast<std::uint8_t>(ticks * form.unit_ns >> 8 * i));
+                own.insert(own.end(), entries.begin(), entries.end());
+                xcp::append_message(expected, 7, own);
+            }
+        const auto own = dto.take(sent);
+        EXPECT_EQ(Packet(own.begin(), own.end()), expected) << bits;
+        EXPECT_EQ(own.data() == sent.data(), sent == expected) << "what is right goes untouched";
+        EXPECT_EQ(dto.overloads(), form.overload ? 4U : 0U);
+        for (std::size_t size = 0; size < sent.size(); ++size)
+            dto.take({sent.data(), size}); // cut anywhere, for the address sanitizer
+        ++forms;
+    }
+    EXPECT_EQ(forms, 288);
+}
+
+TEST(DtoForm, LeavesWhatIsNoPacketOfThePlanForWhoeverCountsIt) {
+    DaqPlan plan;
+    plan.lists.push_back({"l", 0, {{{"a", 0, 0, 1}}}});
+    DaqProperties slave;
+    slave.identificationField = IdentificationField::aligned;
+    slave.timestampSize = 4;
+    DtoForm dto(slave, plan, {0});
+    Packet sent;
+    for (const char* packet :
+         {"00 aa 05 00 1 2", "03 aa 00 00 1 2", "00 aa 00 01 1", "00 aa", "ff 1"})
+        xcp::append_message(sent, 0, bytes_of(packet));
+    Packet expected;
+    for (const char* packet : {"00 05 1 2", "03 00 1 2", "00 ff 1", "00 aa", "ff 1"})
+        xcp::append_message(expected, 0, bytes_of(packet));
+    const auto own = dto.take(sent);
+    EXPECT_EQ(Packet(own.begin(), own.end()), expected);
+    slave.identificationField = IdentificationField::absolute;
+    plan.lists.push_back(plan.lists[0]);
+    EXPECT_THROW(DtoForm(slave, plan, {5, 5}), SessionError);
 }
 
 // ---- a recorded session ----
@@ -410,7 +503,7 @@ TEST(RecordedSession, IsSetUpWithTheBytesThatTheSlaveHasTaken) {
     EXPECT_EQ(slave.id, "rig");
     EXPECT_EQ(slave.maxDto, 512U);
     EXPECT_EQ(slave.maxEntrySize, 248U);
-    session.start(recorded_plan(link.recorded), [] {});
+    session.start(recorded_plan(link.recorded), [](const auto&) {});
     EXPECT_EQ(set_up_commands(link.sent), set_up_commands(link.recorded));
     EXPECT_EQ(set_up_commands(link.sent).size(), 50U);
     session.end();

@@ -26,8 +26,9 @@ struct DaqList {
 };
 
 struct DaqPlan {
-    std::vector<DaqList> lists; // their numbers are their places
+    std::vector<DaqList> lists; // their numbers in the receiver are their places
     bool stamped = true;        // the first ODT of each sample
+    std::uint16_t firstDaq = 0; // number of the first list in the slave
 };
 
 // What the lists have to keep to.

@@ -30,19 +30,20 @@ std::string size_text(const DaqPlan& plan) {
            std::to_string(entries) + " entries";
 }
 
-// Calls `use(list number, list)` for each list.
+// Calls `use(list number in the slave, list)` for each list.
 template <class Use>
 void for_each_list(const DaqPlan& plan, Use&& use) {
     for (std::size_t i = 0; i < plan.lists.size(); ++i)
-        use(static_cast<std::uint16_t>(i), plan.lists[i]);
+        use(static_cast<std::uint16_t>(plan.firstDaq + i), plan.lists[i]);
 }
 
-// Calls `use(list number, ODT number, ODT)` for each ODT.
+// Calls `use(SET_DAQ_PTR to its first entry, ODT, list in words)` for each ODT.
 template <class Use>
 void for_each_odt(const DaqPlan& plan, Use&& use) {
     for_each_list(plan, [&](std::uint16_t daq, const DaqList& list) {
         for (std::size_t i = 0; i < list.odts.size(); ++i)
-            use(daq, static_cast<std::uint8_t>(i), list.odts[i]);
+            use(xcp::SetDaqPtr{daq, static_cast<std::uint8_t>(i), 0}, list.odts[i],
+                "list " + list.name);
     });
 }
 
@@ -87,11 +88,10 @@ xcp::Connect::Answer Session::connect_or_leave() {
     }
 }
 
-void Session::start(const DaqPlan& plan, const std::function<void()>& beforeStart) {
+void Session::start(const DaqPlan& plan, const BeforeStart& beforeStart) {
     for (int setups = 1;; ++setups)
         try {
-            set_up(plan);
-            beforeStart();
+            beforeStart(set_up(plan));
             channel_.request(StartStopSynch{StartStopSynch::start_selected});
             return;
         } catch (const AnswerLost&) {
@@ -105,7 +105,7 @@ void Session::start(const DaqPlan& plan, const std::function<void()>& beforeStar
         }
 }
 
-void Session::set_up(const DaqPlan& plan) {
+std::vector<std::uint8_t> Session::set_up(const DaqPlan& plan) {
     free_lists();
     try {
         allocate(plan);
@@ -116,7 +116,7 @@ void Session::set_up(const DaqPlan& plan) {
         throw;
     }
     write_entries(plan);
-    select_lists(plan);
+    return select_lists(plan);
 }
 
 // FREE_DAQ is refused while lists run, as after a lost answer to the start. What the slave says
@@ -135,16 +135,16 @@ void Session::allocate(const DaqPlan& plan) {
         channel_.request(xcp::AllocOdt{daq, static_cast<std::uint8_t>(list.odts.size())},
                          "list " + list.name);
     });
-    for_each_odt(plan, [&](std::uint16_t daq, std::uint8_t number, const Odt& odt) {
-        channel_.request(xcp::AllocOdtEntry{daq, number, static_cast<std::uint8_t>(odt.size())},
-                         "list " + plan.lists[daq].name);
+    for_each_odt(plan, [&](const xcp::SetDaqPtr& first, const Odt& odt, const std::string& list) {
+        const auto entries = static_cast<std::uint8_t>(odt.size());
+        channel_.request(xcp::AllocOdtEntry{first.daq, first.odt, entries}, list);
     });
 }
 
 // The slave's pointer moves on with each entry, but not into the next ODT.
 void Session::write_entries(const DaqPlan& plan) {
-    for_each_odt(plan, [&](std::uint16_t daq, std::uint8_t number, const Odt& odt) {
-        channel_.request(xcp::SetDaqPtr{daq, number, 0}, "list " + plan.lists[daq].name);
+    for_each_odt(plan, [&](const xcp::SetDaqPtr& first, const Odt& odt, const std::string& list) {
+        channel_.request(first, list);
         for (const MeasuredValue& value : odt)
             channel_.request(
                 xcp::WriteDaq{xcp::WriteDaq::no_bit, value.size, value.extension, value.address},
@@ -152,15 +152,18 @@ void Session::write_entries(const DaqPlan& plan) {
     });
 }
 
-void Session::select_lists(const DaqPlan& plan) {
+std::vector<std::uint8_t> Session::select_lists(const DaqPlan& plan) {
     const std::uint8_t mode = plan.stamped ? xcp::SetDaqListMode::timestamp : 0;
     for_each_list(plan, [&](std::uint16_t daq, const DaqList& list) {
         channel_.request(xcp::SetDaqListMode{mode, daq, list.event, 1, 0},
                          "list " + list.name + " at event " + std::to_string(list.event));
     });
+    std::vector<std::uint8_t> firstPids;
     for_each_list(plan, [&](std::uint16_t daq, const DaqList& list) {
-        channel_.request(StartStopDaqList{StartStopDaqList::select, daq}, "list " + list.name);
+        const StartStopDaqList select{StartStopDaqList::select, daq};
+        firstPids.push_back(channel_.request(select, "list " + list.name).firstPid);
     });
+    return firstPids;
 }
 
 // Each by itself: whatever came of the one, the slave is to get the next. Once somebody is in a

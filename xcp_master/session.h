@@ -11,6 +11,9 @@ namespace xcp_master {
 
 class Session {
   public:
+    // Gets the number of each list's first ODT, which counts where ODT numbers are absolute.
+    using BeforeStart = std::function<void(const std::vector<std::uint8_t>& firstPids)>;
+
     // Link and trace as for the command channel.
     Session(Link& link, std::chrono::milliseconds timeout, Trace trace);
 
@@ -22,7 +25,7 @@ class Session {
     // start: its DAQ packets count from there on. A set-up in which an answer was lost begins anew,
     // most_setups times in all. Throws SessionError; the slave is left stopped and disconnected
     // then.
-    void start(const DaqPlan& plan, const std::function<void()>& beforeStart);
+    void start(const DaqPlan& plan, const BeforeStart& beforeStart);
 
     // Stops all lists, waits until the slave has, frees them and disconnects. Throws SessionError
     // when the slave does not answer. To be called once after connect(), whatever came of start().
@@ -32,11 +35,11 @@ class Session {
 
   private:
     xcp::Connect::Answer connect_or_leave();
-    void set_up(const DaqPlan& plan);
+    std::vector<std::uint8_t> set_up(const DaqPlan& plan);
     void free_lists();
     void allocate(const DaqPlan& plan);
     void write_entries(const DaqPlan& plan);
-    void select_lists(const DaqPlan& plan);
+    std::vector<std::uint8_t> select_lists(const DaqPlan& plan);
     template <class Command>
     bool finish(const Command& command);
     void give_up();

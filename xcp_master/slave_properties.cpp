@@ -128,6 +128,7 @@ void take(DaqProperties& to, const xcp::GetDaqProcessorInfo::Answer& answer) {
     to.dynamic = (answer.properties & answer.dynamic) != 0;
     to.identificationField = static_cast<IdentificationField>(answer.identification_field());
     to.minDaq = answer.minDaq;
+    to.overloadInPid = (answer.properties & answer.overload_in_pid) != 0;
 }
 
 void take(DaqProperties& to, const xcp::GetDaqResolutionInfo::Answer& answer) {
@@ -232,6 +233,8 @@ std::vector<PropertyText> in_words(const DaqProperties& properties) {
         {"identification field",
          form_names[static_cast<std::size_t>(properties.identificationField)]},
         {"first DAQ list", std::to_string(properties.minDaq)},
+        {"overload",
+         properties.overloadInPid ? "told in bit 7 of ODT numbers" : "not told in packets"},
         {"granularity of ODT entries", bytes_text(properties.entryGranularity)},
         {"largest ODT entry", bytes_text(properties.maxEntrySize)},
         {"timestamp", timestamp_text(properties)},
@@ -239,25 +242,27 @@ std::vector<PropertyText> in_words(const DaqProperties& properties) {
 }
 
 void check_form(const DaqProperties& properties) {
-    DaqProperties taken = properties; // where anything will do, what the slave has
-    taken.order = ByteOrder::little;
-    taken.addressGranularity = 1;
-    taken.dynamic = true;
-    taken.identificationField = IdentificationField::relative_byte;
-    taken.minDaq = 0;
-    taken.timestampSize = 4;
-    taken.unit_ps = 1000;
-    taken.ticksPerUnit = 1;
-    const auto here = in_words(properties);
-    const auto there = in_words(taken);
-    for (std::size_t i = 0; i < here.size(); ++i)
-        if (here[i].value != there[i].value)
-            throw SessionError("the slave's " + here[i].name + " is " + here[i].value + ", only " +
-                               there[i].value + " can be received");
+    const auto refuse_unless = [&](bool received, const char* name, const char* what) {
+        for (const PropertyText& each : in_words(properties))
+            if (!received && each.name == name)
+                throw SessionError("the slave's " + each.name + " is " + each.value + ", only " +
+                                   what + " can be received");
+    };
+    const std::uint64_t nanosecond = std::uint64_t{1000} * properties.ticksPerUnit;
+    refuse_unless(properties.addressGranularity == 1, "address granularity", "1 byte");
+    refuse_unless(properties.dynamic, "DAQ lists", "dynamic");
+    refuse_unless(properties.timestampSize == 4 && nanosecond > 0 && properties.unit_ps > 0 &&
+                      properties.unit_ps % nanosecond == 0,
+                  "timestamp", "4 bytes of whole nanoseconds");
 }
 
 DaqLimits limits_of(const DaqProperties& properties) {
+    constexpr std::size_t identification_sizes[] = {1, 2, 3, 4};
     DaqLimits limits;
+    limits.identificationSize =
+        identification_sizes[static_cast<std::size_t>(properties.identificationField)];
+    if (properties.overloadInPid)
+        limits.maxOdts = 0x80;
     limits.maxDto = properties.maxDto;
     limits.timestampSize = properties.timestampSize;
     limits.maxEntrySize = properties.maxEntrySize;

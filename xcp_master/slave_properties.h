@@ -26,6 +26,7 @@ struct DaqProperties {
     xcp::ByteOrder order = xcp::ByteOrder::little;
     std::size_t addressGranularity = 1; // bytes
     bool dynamic = false;               // lists are allocated by the master
+    bool overloadInPid = false;         // bit 7 of an ODT number tells that samples were lost
     IdentificationField identificationField = IdentificationField::absolute;
     std::uint16_t minDaq = 0; // lists below are the slave's own
     std::size_t entryGranularity = 1;
@@ -68,9 +69,8 @@ struct PropertyText {
 };
 std::vector<PropertyText> in_words(const DaqProperties& properties);
 
-// What the receiver takes: DAQ packets of ODT byte and DAQ byte, list numbers from 0, a timestamp
-// of 4 bytes in units of 1 ns, all of it little-endian. Throws SessionError for the first property
-// that differs.
+// What can be received: lists that the master allocates, addresses that count bytes, a timestamp of
+// 4 bytes of whole nanoseconds. Throws SessionError for the first property that differs.
 void check_form(const DaqProperties& properties);
 
 DaqLimits limits_of(const DaqProperties& properties);

@@ -37,6 +37,7 @@ xcp_master::StatedProperties stated_properties(const a2l::Xcp& xcp) {
     daq.dynamic = xcp.dynamic;
     daq.identificationField = static_cast<xcp_master::IdentificationField>(xcp.identificationField);
     daq.minDaq = xcp.minDaq;
+    daq.overloadInPid = xcp.overloadInPid;
     daq.entryGranularity = xcp.entryGranularity;
     daq.maxEntrySize = xcp.maxEntrySize;
     if (xcp.timestamp) {

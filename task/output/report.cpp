@@ -140,9 +140,9 @@ std::vector<std::string> doubts(const RunCounts& counts, const SampleTimeWatch& 
         lines.push_back(fmt::format("nothing came in the last {:.1f} s", counts.silence));
     if (anything_lost(counts))
         lines.emplace_back("packets were lost (see the counts)");
-    if (counts.messages.overloads > 0)
-        lines.push_back(fmt::format("the slave reported an overload {} times: it lost samples",
-                                    counts.messages.overloads));
+    if (const auto overloads = counts.messages.overloads + counts.losses.overloads; overloads > 0)
+        lines.push_back(
+            fmt::format("the slave reported an overload {} times: it lost samples", overloads));
     if (counts.messages.terminations > 0)
         lines.emplace_back("the slave said that it ended the session");
     if (counts.messages.late > 0)

@@ -37,7 +37,8 @@ class DatagramSource {
     // What did not reach the sink.
     struct Losses {
         std::uint64_t kernelDrops = 0;
-        std::uint64_t foreign = 0; // from another address or port, or not UDP at all
+        std::uint64_t foreign = 0;   // from another address or port, or not UDP at all
+        std::uint64_t overloads = 0; // packets by which the slave told that it lost samples
     };
     virtual Losses losses() const = 0;
 

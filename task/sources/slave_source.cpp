@@ -19,7 +19,7 @@ void SlaveSource::fail(const std::string& cause) const {
 xcp_master::SlaveProperties SlaveSource::connect(const xcp_master::StatedProperties& stated,
                                                  const std::vector<xcp_master::WantedList>& lists) {
     try {
-        return session_.connect(stated, lists);
+        return properties_ = session_.connect(stated, lists);
     } catch (const SessionError& error) {
         fail(error.what());
     } catch (const std::system_error& error) { // which names the address
@@ -27,10 +27,12 @@ xcp_master::SlaveProperties SlaveSource::connect(const xcp_master::StatedPropert
     }
 }
 
-const xcp_master::DaqPlan& SlaveSource::make_plan(const std::vector<xcp_master::WantedList>& lists,
-                                                  const xcp_master::DaqLimits& limits) {
+const xcp_master::DaqPlan&
+SlaveSource::make_plan(const std::vector<xcp_master::WantedList>& lists) {
     try {
-        return plan_ = xcp_master::make_plan(lists, limits);
+        plan_ = xcp_master::make_plan(lists, limits_of(properties_));
+        plan_.firstDaq = properties_.minDaq;
+        return plan_;
     } catch (const SessionError& error) {
         fail(error.what());
     }
@@ -40,9 +42,15 @@ const xcp_master::DaqPlan& SlaveSource::make_plan(const std::vector<xcp_master::
 // any more: whoever takes the datagrams may go.
 void SlaveSource::start(DatagramSink sink) {
     try {
-        session_.start(plan_, [&] {
+        session_.start(plan_, [&](const std::vector<std::uint8_t>& firstPids) {
+            if (form_) // the set-up began anew, and the slave with it
+                return;
+            form_.emplace(properties_, plan_, firstPids);
             link_.await_quiet();
-            link_.open(sink);
+            link_.open([this, sink](const std::uint8_t* data, std::uint64_t length) {
+                const auto own = form_->take({data, length});
+                sink(own.data(), own.size());
+            });
         });
     } catch (const SessionError& error) {
         link_.stop();
@@ -80,7 +88,7 @@ void SlaveSource::check() const {
 
 DatagramSource::Losses SlaveSource::losses() const {
     const auto counters = link_.receiver().counters();
-    return {counters.kernelDrops, counters.foreign};
+    return {counters.kernelDrops, counters.foreign, form_ ? form_->overloads() : 0};
 }
 
 } // namespace task

@@ -3,9 +3,11 @@
 
 #include "datagram_source.h"
 #include "slave_link.h"
+#include "xcp_master/dto_form.h"
 #include "xcp_master/session.h"
 
 #include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -32,8 +34,7 @@ class SlaveSource : public DatagramSource {
                                         const std::vector<xcp_master::WantedList>& lists);
 
     // Makes the plan that start() sets the slave up with. Throws Failure when it does not fit.
-    const xcp_master::DaqPlan& make_plan(const std::vector<xcp_master::WantedList>& lists,
-                                         const xcp_master::DaqLimits& limits);
+    const xcp_master::DaqPlan& make_plan(const std::vector<xcp_master::WantedList>& lists);
 
     void start(DatagramSink sink) override;
     std::string description() const override;
@@ -49,8 +50,10 @@ class SlaveSource : public DatagramSource {
     const io::UdpEndpoint slave_;
     SlaveLink link_;
     xcp_master::Session session_;
+    xcp_master::SlaveProperties properties_;
     xcp_master::DaqPlan plan_;
-    std::string endError_; // why the session did not end in order
+    std::optional<xcp_master::DtoForm> form_; // set before datagrams come
+    std::string endError_;                    // why the session did not end in order
 };
 
 } // namespace task
