@@ -110,6 +110,7 @@ int main(int argc, char** argv) {
     bench::add_growth();
     bench::add_allocator();
     bench::add_output();
+    bench::add_form();
     bench::add_a2l();
     benchmark::Initialize(&argc, argv);
     if (benchmark::ReportUnrecognizedArguments(argc, argv))

@@ -44,6 +44,7 @@ void add_network();
 void add_growth();
 void add_allocator();
 void add_output();
+void add_form();
 void add_a2l();
 
 } // namespace bench
