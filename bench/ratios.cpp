@@ -112,6 +112,7 @@ int main(int argc, char** argv) {
     bench::add_output();
     bench::add_form();
     bench::add_a2l();
+    bench::add_values();
     benchmark::Initialize(&argc, argv);
     if (benchmark::ReportUnrecognizedArguments(argc, argv))
         return 1;

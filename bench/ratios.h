@@ -46,5 +46,6 @@ void add_allocator();
 void add_output();
 void add_form();
 void add_a2l();
+void add_values();
 
 } // namespace bench

@@ -11,7 +11,7 @@ set(package ${CMAKE_INSTALL_LIBDIR}/cmake/xcp_daq)
 install(TARGETS xcp_daq halmor_standin halmor_host io EXPORT xcp_daqTargets)
 install(EXPORT xcp_daqTargets NAMESPACE xcp_daq:: DESTINATION ${package})
 install(FILES ${public_headers} DESTINATION ${headers})
-install(FILES host/standin/variable_store.h DESTINATION ${headers}/host/standin)
+install(FILES host/standin/variable_store.h host/standin/raw_form.h DESTINATION ${headers}/host/standin)
 install(FILES io/udp_receiver.h io/udp_socket.h io/udp_endpoint.h io/file_descriptor.h
   DESTINATION ${headers}/io)
 

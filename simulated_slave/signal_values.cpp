@@ -72,8 +72,10 @@ double real_number(std::uint64_t bits, DataType type) {
         return std::bit_cast<float>(static_cast<std::uint32_t>(bits));
     const int exponent = bits >> 10 & 31;
     const auto fraction = static_cast<double>(bits & 1023);
-    const double size =
+    double size =
         exponent == 0 ? std::ldexp(fraction, -24) : std::ldexp(1024 + fraction, exponent - 25);
+    if (exponent == 31)
+        size = fraction == 0 ? HUGE_VAL : std::nan("");
     return (bits & 0x8000) == 0 ? size : -size;
 }
 
@@ -88,11 +90,15 @@ double real_between_limits(const Signal& signal, double level) {
     return lower + (upper - lower) * (0.5 + 0.5 * level);
 }
 
-double integer_number(std::uint64_t bits, std::size_t size, Kind kind) {
+// What the mask leaves, its lowest bit as bit 0; the sign is the bits' top one.
+double integer_number(std::uint64_t bits, std::uint64_t mask, std::size_t size, Kind kind) {
     const std::size_t unused = 64 - 8 * size;
-    if (kind == Kind::signed_integer)
-        return static_cast<double>(static_cast<std::int64_t>(bits << unused) >> unused);
-    return static_cast<double>(bits);
+    const auto number = static_cast<std::int64_t>((bits & mask) << unused) >> unused;
+    std::size_t shift = 0;
+    while (mask != 0 && shift < 8 * size - 1 && (mask >> shift & 1) == 0)
+        ++shift;
+    return kind == Kind::signed_integer ? static_cast<double>(number >> shift)
+                                        : static_cast<double>((bits & mask) >> shift);
 }
 
 } // namespace
@@ -121,7 +127,7 @@ double physical_value(const Signal& signal, std::span<const std::uint8_t> bytes)
     const double number =
         kind == Kind::real
             ? real_number(bits, signal.type)
-            : integer_number(bits & signal.bitMask.value_or(~std::uint64_t{0}), bytes.size(), kind);
+            : integer_number(bits, signal.bitMask.value_or(~std::uint64_t{0}), bytes.size(), kind);
     return signal.factor * number + signal.offset;
 }
 

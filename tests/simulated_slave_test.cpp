@@ -545,7 +545,7 @@ TEST(Slave, SendsWhatIsAtAnAddress) {
         std::memcpy(&precise, &bits, sizeof precise);
         const double expected[] = {0.5 * (at[0] << 8 | at[1]) - 10,
                                    1.0 * at[2],
-                                   1.0 * (at[2] & 12),
+                                   1.0 * (at[2] >> 2 & 3),
                                    1.0 * static_cast<std::int8_t>(at[3]),
                                    1.0 * word(4),
                                    static_cast<double>(static_cast<std::int64_t>(reversed(6))),
@@ -561,7 +561,7 @@ TEST(Slave, SendsWhatIsAtAnAddress) {
             most[k] = std::max(most[k], physical);
         }
     }
-    const double greatest[] = {32757, 255, 12, 127, 65535, 9.2e18, 1e-4, 100, 32700, 32700};
+    const double greatest[] = {32757, 255, 3, 127, 65535, 9.2e18, 1e-4, 100, 32700, 32700};
     const double smallest[] = {-10, 0, 0, -127, 0, -9.2e18, -1e-4, -100, -32700, -32700};
     for (std::size_t k = 0; k < names.size(); ++k) {
         EXPECT_NEAR(most[k], greatest[k], std::abs(greatest[k]) / 100) << names[k];

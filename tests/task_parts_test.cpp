@@ -5,6 +5,7 @@
 #include "io/file_error.h"
 #include "table.h"
 #include "task/configuration/integer_conversion.h"
+#include "task/configuration/raw_words.h"
 #include "task/configuration/spec_file.h"
 #include "task/configuration/table_file.h"
 #include "task/output/csv_recorder.h"
@@ -139,7 +140,18 @@ TEST(TextFiles, NameTheLineThatIsWrong) {
          "# comment\n\nm,0,1,2,4,16 # first\r\n m , 0,1,0.5,-2.0,2,0,-1e9,1.8e19\n---------\nx\n",
          ""},
         {table, "a,0,0,0,1\n",
-         ":1: expected 6 fields (a measurement) or 9 (a conversion), found 5"},
+         ":1: expected 6 fields (a measurement) or 9 or 10 (a conversion), found 5"},
+        {table,
+         "a,0,0,0,2,0\na,0,0,1,0,0,0,0,inf, SWORD \nb,0,0,1,8,0\nb,0,0,1,0,0,0,-1,1,A_INT64 0Xf\n",
+         ""},
+        {table, "a,0,0,0,2,0\na,0,0,1,0,0,0,0,1,SHORT\n",
+         ":2: field 10 is no data type: \"SHORT\""},
+        {table, "a,0,0,0,2,0\na,0,0,1,0,0,0,0,1,\n", ":2: field 10 is no data type: \"\""},
+        {table, "a,0,0,0,2,0\na,0,0,1,0,0,0,0,1,UWORD 12\n",
+         ":2: the bit mask is no number such as 0x0FF0: 12"},
+        {table, "a,0,0,0,4,0\na,0,0,1,0,0,0,0,1,FLOAT32_IEEE 0x1\n",
+         ":2: FLOAT32_IEEE has no bit mask"},
+        {table, "a,0,0,0,4,0\na,0,0,1,0,0,0,0,1,SWORD\n", ":2: a has 4 bytes, SWORD has 2"},
         {table, "a,0,0,0,1,0\nb,0,x,0,1,0\n", ":2: field 3 is no integer: \"x\""},
         {table, "# comment\n\na,0,0,0,1,256\n", ":3: field 6 is no number from 0 to 255: \"256\""},
         {table, "a,0,0,0,99999999999,0\n", ":1: field 5 is no integer: \"99999999999\""},
@@ -271,6 +283,46 @@ TEST(IntegerConversion, NamesTheRangeThatIsLeft) {
         const std::string fault =
             task::inexact_integer(c.size, {"m", 0, 0, c.factor, c.offset, 0, 0, c.lower, c.upper});
         EXPECT_TRUE(c.fault.empty() ? fault.empty() : fault.starts_with(c.fault)) << fault;
+    }
+}
+
+// ---- raw words ----
+
+std::vector<task::TableLine> table_of(const std::string& text) {
+    return task::read_measurement_table(TemporaryFile(text).path());
+}
+
+TEST(RawWords, TakeThePlacesOfTheValuesInTheTable) {
+    const task::VariableKinds kinds = {{"a", VariableKind::real}, {"b", VariableKind::integer}};
+    const auto table = table_of("a,0,0,0,8,16\nx,0,0,1,8,16\nb,0,0,2,2,16\na,1,0,3,8,0\n"
+                                "a,0,0,2,1,3,0,0,9,A_INT64\nx,0,0,1,0,0,0,0,1,A_INT64\n"
+                                "b,0,0,1,0,0,0,0,1,SWORD\na,1,0,2,1,3,0,0,9,A_INT64\n");
+    EXPECT_EQ(table_text(library_calls(table, raw_forms(table, kinds, "t"))),
+              "a,0,0,0,4,16\na#1,0,0,1,4,16\nx,0,0,2,8,16\nb,0,0,3,2,16\n"
+              "a,1,0,3,4,0\na#1,1,0,4,4,0\n"
+              "a,0,0,1,0,3,1,0,4294967295\na#1,0,0,1,0,3,1,0,4294967295\n"
+              "x,0,0,1,0,0,0,0,1,A_INT64\nb,0,0,1,0,0,1,0,65535\n"
+              "a,1,0,1,0,3,1,0,4294967295\na#1,1,0,1,0,3,1,0,4294967295\n")
+        << "x is a filler";
+    for (const char* other : {"a,1,0,1,1,0,0,0,9,A_INT64\n", "a,1,0,2,1,0,0,0,9\n", ""}) {
+        const auto lists =
+            table_of("a,0,0,0,8,0\na,1,0,0,8,0\na,0,0,2,1,0,0,0,9,A_INT64\n" + std::string(other));
+        EXPECT_THROW(raw_forms(lists, kinds, "t"), io::FileError) << other;
+    }
+}
+
+TEST(RawWords, AreLeftToTheLibraryWhereItsConversionIsExact) {
+    const task::VariableKinds kinds = {{"r", VariableKind::real}, {"i", VariableKind::integer}};
+    const std::pair<const char*, bool> cases[] = {
+        {"r,0,0,2,-1,0,0,0,9,ULONG", true},     {"r,0,0,1,0,0,1,0,9,A_UINT64", true},
+        {"r,0,0,1,0,0,0,0,9,A_UINT64", false},  {"r,0,0,1,0,0,1,0,9,SLONG", false},
+        {"r,0,0,1,0,0,1,0,9,ULONG 0xF", false}, {"i,0,0,1,0,0,1,0,9,ULONG", true},
+        {"i,0,0,1,-40,0,1,-40,9,ULONG", false}};
+    for (const auto& [line, left] : cases) {
+        const int size = std::string_view(line).find("64") == std::string_view::npos ? 4 : 8;
+        auto table = table_of(fmt::format("{},0,0,0,{},0\n{}\n", line[0], size, line));
+        leave_to_library(table, kinds);
+        EXPECT_EQ(!std::get<task::ConversionLine>(table[1].call).type, left) << line;
     }
 }
 

@@ -7,6 +7,7 @@
 // value with its own sample time or reads again.
 
 #include "halmor_runtime.h"
+#include "raw_form.h"
 
 #include <array>
 #include <atomic>
@@ -15,6 +16,7 @@
 #include <deque>
 #include <map>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -38,7 +40,11 @@ class Variable {
 
     // Throws std::invalid_argument for an owner's name that is too long.
     Variable(std::string_view name, VariableKind kind, std::string_view owner,
-             std::size_t number = 0);
+             std::size_t number = 0, const std::optional<RawForm>& rawForm = {});
+
+    ~Variable() { delete rawWords_; }
+    Variable(const Variable&) = delete;
+    Variable& operator=(const Variable&) = delete;
 
     const std::string& name() const { return name_; }
     VariableKind kind() const { return kind_; }
@@ -46,7 +52,31 @@ class Variable {
     void write(double value, const timespec& sampleTime);
     Sample read() const;
 
+    // ---- of a variable that is written in raw words ----
+
+    const RawForm* raw_form() const; // null for any other variable
+    // Takes one word of a value. True when it was the last one of a sample, with the value; the
+    // writer's alone.
+    bool take_word(std::size_t word, std::uint32_t bytes, const timespec& sampleTime,
+                   double& value);
+    // Values of an integer variable that its 32 bits do not hold: they became the nearest number
+    // that they do, NaN became 0.
+    std::uint64_t held_values() const;
+
   private:
+    // What is kept between the words of one value; the writer's, except for the count.
+    struct RawWords {
+        RawConversion conversion;
+        std::uint64_t first = 0; // word 0
+        bool firstCame = false;
+        timespec firstTime{};
+        std::atomic<std::uint64_t> held = 0;
+
+        // For a value of two words: makes all of its bytes of the later one.
+        bool join(std::size_t word, const timespec& sampleTime, std::uint64_t& bytes);
+    };
+    double held(double value);
+
     // What clients of the runtime find at fixed places: the owner's name and the marker word. At
     // the start of the object.
     alignas(8) std::array<char, 448> clientArea_{};
@@ -59,7 +89,20 @@ class Variable {
     std::atomic<double> value_ = 0.0;
     std::atomic<std::int64_t> seconds_ = 0;
     std::atomic<std::int64_t> nanoseconds_ = 0;
+    RawWords* rawWords_ = nullptr; // owned; plain, so that the object's layout is standard
 };
+
+// Under this name the library finds the second word of a variable whose values come in two.
+inline std::string second_word_of(const std::string& name) {
+    return name + "#1";
+}
+
+// Which word of a variable's values the descriptor takes, from 0; nothing when it takes values.
+inline std::optional<std::size_t> word_of(const DaqVariable& descriptor) {
+    if (descriptor.runtimePrivate3[0] == 0)
+        return {};
+    return descriptor.runtimePrivate3[0] - 1U;
+}
 
 // Sees every write, on the writing thread.
 class WriteObserver {
@@ -73,8 +116,11 @@ class VariableStore {
     // The store of the process.
     static VariableStore& instance();
 
-    // Throws std::invalid_argument for a name that is defined already.
-    Variable& define(const std::string& name, VariableKind kind, const std::string& owner);
+    // With a raw form the variable is written in raw words, always by set_daq_real: word 0 under
+    // its own name, word 1, if there is one, as second_word_of(name). Throws std::invalid_argument
+    // for a name that is defined already.
+    Variable& define(const std::string& name, VariableKind kind, const std::string& owner,
+                     const std::optional<RawForm>& rawForm = {});
 
     // Null when there is none. The variable lives as long as the process.
     Variable* find(const std::string& name);
@@ -87,21 +133,26 @@ class VariableStore {
     static void observe(WriteObserver* observer) { observer_ = observer; }
 
     // For set_daq_integer and set_daq_real: once per value, so it looks at nothing but the variable
-    // and the observer.
+    // and the observer. A value in raw words is written when its last word has come.
     static void write(Variable& variable, double value, const timespec& sampleTime) {
         variable.write(value, sampleTime);
         if (WriteObserver* observer = observer_.load(std::memory_order_acquire))
             observer->written(variable, value, sampleTime);
     }
 
+    // For find_variable: where what the library writes under a name goes.
+    struct Target {
+        std::uint64_t number = 0; // of the variable, counted from 1; 0 when there is none
+        std::uint64_t word = 0;   // of its values, for a variable that is written in raw words
+    };
+    Target target_of(const std::string& name);
     // For get_vrbl_adr: the variable under a number counted from 1, or null.
     Variable* at(std::uint64_t number);
-    std::uint64_t number_of(const std::string& name); // 0 when there is none
 
   private:
     std::mutex mutex_;
-    std::deque<Variable> variables_;               // guarded by mutex_; elements never move
-    std::map<std::string, std::uint64_t> numbers_; // guarded by mutex_
+    std::deque<Variable> variables_;        // guarded by mutex_; elements never move
+    std::map<std::string, Target> targets_; // guarded by mutex_
     static std::atomic<WriteObserver*> observer_;
 };
 

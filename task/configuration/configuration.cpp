@@ -3,7 +3,10 @@
 #include "host/standin/variable_store.h"
 #include "host/standin/variables_file.h"
 #include "io/file_error.h"
+#include "raw_words.h"
 
+#include <optional>
+#include <set>
 #include <stdexcept>
 
 namespace task {
@@ -20,20 +23,33 @@ bool read_into_library(api_xcp_daq& daq, const std::string& path) {
            api_xcp_daq::readSpecs(path.c_str());
 }
 
-void define_variables(const std::string& path) {
-    for (const auto& definition : halmor_standin::read_variables_file(path))
-        VariableStore::instance().define(definition.name, definition.kind,
-                                         definition.owner.empty() ? appData.registeredName
-                                                                  : definition.owner);
-}
+using Definitions = std::vector<halmor_standin::VariableDefinition>;
 
 // One name may stand in several lists.
-void define_listed_variables(const SpecFile& spec) {
-    VariableStore& store = VariableStore::instance();
+Definitions listed_variables(const SpecFile& spec) {
+    Definitions definitions;
+    std::set<std::string> names;
     for (const ListSection& list : spec.lists)
         for (const ListedMeasurement& each : list.measurements)
-            if (store.find(each.variable) == nullptr)
-                store.define(each.variable, VariableKind::real, appData.registeredName);
+            if (names.insert(each.variable).second)
+                definitions.push_back({each.variable, VariableKind::real, ""});
+    return definitions;
+}
+
+VariableKinds kinds_of(const Definitions& definitions) {
+    VariableKinds kinds;
+    for (const auto& [name, kind, owner] : definitions)
+        kinds.emplace(name, kind);
+    return kinds;
+}
+
+void define(const Definitions& definitions, const RawForms& forms) {
+    for (const auto& [name, kind, owner] : definitions) {
+        const auto form = forms.find(name);
+        VariableStore::instance().define(name, kind, owner.empty() ? appData.registeredName : owner,
+                                         form == forms.end() ? std::nullopt
+                                                             : std::optional(form->second));
+    }
 }
 
 void add(const MeasurementLine& m) {
@@ -60,11 +76,16 @@ SpecFile load_spec(api_xcp_daq& daq, const Options& options) {
 }
 
 Configuration configure(const Options& options, SpecFile spec, std::vector<TableLine> table) {
-    if (options.variables)
-        define_variables(*options.variables);
-    else
-        define_listed_variables(spec);
-    for (const TableLine& line : table)
+    const Definitions definitions = options.variables
+                                        ? halmor_standin::read_variables_file(*options.variables)
+                                        : listed_variables(spec);
+    const VariableKinds kinds = kinds_of(definitions);
+    if (options.sets_up())
+        leave_to_library(table, kinds);
+    const RawForms forms =
+        raw_forms(table, kinds, options.sets_up() ? options.spec : options.table);
+    define(definitions, forms);
+    for (const TableLine& line : library_calls(table, forms))
         std::visit([](const auto& arguments) { add(arguments); }, line.call);
     if (options.saveTable)
         write_measurement_table(*options.saveTable, table);

@@ -12,7 +12,8 @@
 
 namespace task {
 
-// The files as they were read.
+// The files as they were read; of a table by the A2L file only those conversions have a type that
+// need it.
 struct Configuration {
     SpecFile spec;
     std::vector<TableLine> table;

@@ -42,14 +42,37 @@ std::string lists_text(const SpecFile& spec) {
     return text;
 }
 
+const halmor_standin::Variable& variable_of(const odt_table_entry& e) {
+    return *static_cast<const halmor_standin::Variable*>(e.hostVar->object);
+}
+
+const char* order_text(bool msbFirst) {
+    return msbFirst ? "most significant byte first" : "least significant byte first";
+}
+
 std::string conversion_text(const odt_table_entry& e) {
     if (e.hostVar == nullptr)
         return "filler";
-    return fmt::format(
-        "{:7}  {}  * {} + {}, {} to {}",
-        e.hostVar->kind == static_cast<std::uint16_t>(VariableKind::integer) ? "integer" : "real",
-        e.byteOrder == 0 ? "most significant byte first" : "least significant byte first", e.factor,
-        e.offset, e.lowerLimit, e.upperLimit);
+    const auto& variable = variable_of(e);
+    const char* kind = variable.kind() == VariableKind::integer ? "integer" : "real";
+    if (const halmor_standin::RawForm* form = variable.raw_form())
+        return fmt::format("{:7}  {}, {}  * {} + {}, {} to {}", kind, type_text(form->number),
+                           order_text(form->msbFirst), form->factor, form->offset, form->lower,
+                           form->upper);
+    return fmt::format("{:7}  {}  * {} + {}, {} to {}", kind, order_text(e.byteOrder == 0),
+                       e.factor, e.offset, e.lowerLimit, e.upperLimit);
+}
+
+// The later word of a value, which is shown with the first.
+bool continues_value(const odt_table_entry& e) {
+    return e.hostVar != nullptr && halmor_standin::word_of(*e.hostVar).value_or(0) > 0;
+}
+
+std::int32_t last_byte(const odt_table_entry& e) {
+    if (e.hostVar == nullptr || variable_of(e).raw_form() == nullptr)
+        return e.lastByte;
+    return e.firstByte +
+           static_cast<std::int32_t>(size_of(variable_of(e).raw_form()->number.type)) - 1;
 }
 
 std::string odt_text(const xcpDAQList& list, std::size_t number, const odt_table_entry& first) {
@@ -61,14 +84,12 @@ std::string odt_text(const xcpDAQList& list, std::size_t number, const odt_table
     return text + "\n";
 }
 
-// With a plan also where in the slave's memory the value lies.
-std::string address_text(const xcp_master::DaqPlan& plan, std::size_t list,
-                         const std::pair<std::int32_t, std::int32_t>& place) {
+// With a plan also where in the slave's memory the value lies, the one of that number in its ODT.
+std::string address_text(const xcp_master::DaqPlan& plan, std::size_t list, std::int32_t odt,
+                         std::size_t number) {
     if (list >= plan.lists.size())
         return "";
-    const auto& value =
-        plan.lists[list]
-            .odts[static_cast<std::size_t>(place.first)][static_cast<std::size_t>(place.second)];
+    const auto& value = plan.lists[list].odts[static_cast<std::size_t>(odt)][number];
     return fmt::format("  {} at {:#010x}, extension {}", value.name, value.address,
                        value.extension);
 }
@@ -78,12 +99,17 @@ std::string layout_text(const xcp_master::DaqPlan& plan) {
     for (std::size_t number = 0; number < appData.daqList.size(); ++number) {
         const xcpDAQList& list = appData.daqList[number];
         int current = -1;
+        std::size_t values = 0; // of the ODT so far
         for (const auto& [place, entry] : list.odtEntryMap) {
-            if (std::exchange(current, place.first) != place.first)
+            if (continues_value(*entry))
+                continue;
+            if (std::exchange(current, place.first) != place.first) {
                 text += odt_text(list, number, *entry);
+                values = 0;
+            }
             text += fmt::format("  bytes {:3} to {:3}  {:24}  {}{}\n", entry->firstByte,
-                                entry->lastByte, entry->name, conversion_text(*entry),
-                                address_text(plan, number, place));
+                                last_byte(*entry), entry->name, conversion_text(*entry),
+                                address_text(plan, number, place.first, values++));
         }
     }
     return text;
@@ -150,7 +176,7 @@ class TableCheck {
         if (found == conversions_.end())
             return report(line, fmt::format("{}: without a conversion it is always 0", m.name));
         const auto& [conversionLine, conversion] = found->second;
-        if (kind_of(m.name) != VariableKind::integer)
+        if (conversion->type || kind_of(m.name) != VariableKind::integer)
             return;
         if (const std::string fault = inexact_integer(m.size, *conversion); !fault.empty())
             report(conversionLine,

@@ -12,6 +12,7 @@ namespace task {
 
 namespace {
 
+using halmor_standin::RawNumber;
 using io::FileError;
 using xcp_master::DaqPlan;
 using xcp_master::WantedList;
@@ -50,20 +51,6 @@ xcp_master::StatedProperties stated_properties(const a2l::Xcp& xcp) {
 }
 
 // ---- what the spec file asks for ----
-
-// Why the library does not decode the type; empty when it does.
-std::string undecoded_type(const a2l::Signal& signal) {
-    using a2l::DataType;
-    const std::set<DataType> types = {DataType::ubyte, DataType::uword, DataType::ulong,
-                                      DataType::a_uint64};
-    if (!types.contains(signal.type))
-        return fmt::format("data type {}", a2l::name_of(signal.type));
-    if (signal.type == DataType::a_uint64 && signal.byteOrder == a2l::ByteOrder::big)
-        return "8 bytes, most significant byte first";
-    if (signal.bitMask)
-        return fmt::format("bit mask {:#x}", *signal.bitMask);
-    return "";
-}
 
 class WantedFinder {
   public:
@@ -123,9 +110,6 @@ class WantedFinder {
             const auto signal = file_.find(each.measurement);
             if (!signal)
                 return report_missing(each);
-            if (const std::string cause = undecoded_type(*signal); !cause.empty())
-                report(each.line,
-                       fmt::format("{}: {} cannot be received", each.measurement, cause));
             list.values.push_back({each.measurement, signal->address, signal->addressExtension,
                                    static_cast<std::uint8_t>(a2l::size_of(signal->type))});
             wanted_.signals.emplace(each.measurement, *signal);
@@ -151,13 +135,30 @@ class WantedFinder {
 
 // ---- the table ----
 
-// What all raw values of the type become: nothing else is cut off.
+// A floating-point number has no mask; one that takes every bit says nothing.
+RawNumber number_of(const a2l::Signal& signal) {
+    const RawNumber number{*halmor_standin::raw_type_named(a2l::name_of(signal.type))};
+    const std::uint64_t all = halmor_standin::every_bit >> (64 - 8 * a2l::size_of(signal.type));
+    const std::uint64_t mask = signal.bitMask.value_or(all) & all;
+    return mask == all || is_real(number.type) ? number : RawNumber{number.type, mask};
+}
+
+// What all raw values of the type become: nothing is cut off.
+std::pair<double, double> limits_of(const RawNumber& number, const a2l::Signal& signal) {
+    if (is_real(number.type))
+        return {-HUGE_VAL, HUGE_VAL};
+    const int bits = 8 * static_cast<int>(size_of(number.type));
+    const double count = std::ldexp(1.0, bits);
+    const double least = is_signed(number.type) ? -count / 2 : 0.0;
+    const double greatest = least + count - (bits == 64 ? 0 : 1); // a double has no 2^64 - 1
+    return std::minmax(
+        {least * signal.factor + signal.offset, greatest * signal.factor + signal.offset});
+}
+
 ConversionLine conversion_line(const std::string& variable, int daqList,
                                const a2l::Signal& signal) {
-    const double highest =
-        std::ldexp(1.0, 8 * static_cast<int>(a2l::size_of(signal.type))) -
-        (signal.type == a2l::DataType::a_uint64 ? 0 : 1); // a double has no 2^64 - 1
-    const double end = highest * signal.factor + signal.offset;
+    const RawNumber number = number_of(signal);
+    const auto [lower, upper] = limits_of(number, signal);
     return {variable,
             daqList,
             0,
@@ -165,8 +166,9 @@ ConversionLine conversion_line(const std::string& variable, int daqList,
             signal.offset,
             0,
             signal.byteOrder == a2l::ByteOrder::little ? 1 : 0,
-            std::min(signal.offset, end),
-            std::max(signal.offset, end)};
+            lower,
+            upper,
+            number};
 }
 
 } // namespace

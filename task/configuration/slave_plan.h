@@ -33,8 +33,8 @@ std::string a2l_path(const SpecFile& spec, const std::string& specPath);
 // is a fault with the line of the spec file, or of the A2L file.
 WantedSlave find_wanted(const SpecFile& spec, const std::string& specPath, const a2l::File& file);
 
-// The calls that lay the plan out in the library. The plan's lists are the spec file's, which has
-// no faults.
+// The table that lays the plan out, each conversion with its data type. The plan's lists are the
+// spec file's, which has no faults.
 std::vector<TableLine> table_of(const xcp_master::DaqPlan& plan, const SpecFile& spec,
                                 const WantedSlave& wanted);
 

@@ -159,6 +159,10 @@ std::vector<std::string> doubts(const RunCounts& counts, const SampleTimeWatch& 
         lines.push_back(fmt::format("  at {}: from {}.{:09} to {}.{:09}", jump.variable,
                                     jump.from.tv_sec, jump.from.tv_nsec, jump.to.tv_sec,
                                     jump.to.tv_nsec));
+    for (const Variable& variable : VariableStore::instance().variables())
+        if (const std::uint64_t held = variable.held_values(); held > 0)
+            lines.push_back(fmt::format("{}: {} values beyond 32 bits were held at the ends",
+                                        variable.name(), held));
     if (const auto names = variables_updated(0); !names.empty())
         lines.push_back("never updated: " + first_names(names));
     if (const auto names = variables_updated(1); !names.empty())

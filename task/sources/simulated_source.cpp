@@ -5,6 +5,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <cmath>
 #include <system_error>
 
@@ -15,12 +16,27 @@ namespace {
 using halmor_standin::VariableKind;
 using halmor_standin::VariableStore;
 
+// What an integer variable is to hold of a value.
+double whole(double value) {
+    if (std::isnan(value))
+        return 0;
+    return std::clamp(std::trunc(value), -0x1p31, 0x1p31 - 1);
+}
+
+// The host may not have the variable.
+std::uint64_t updates_of(const std::string& name) {
+    const halmor_standin::Variable* const variable = VariableStore::instance().find(name);
+    return variable == nullptr ? 0 : variable->read().updates;
+}
+
 std::string compare(const std::string& name, const simulated_slave::SentValue& sent) {
-    const halmor_standin::Variable& variable = *VariableStore::instance().find(name);
-    const double got = variable.read().value;
+    const halmor_standin::Variable* const variable = VariableStore::instance().find(name);
+    if (variable == nullptr || sent.count == 0)
+        return "";
+    const double got = variable->read().value;
     const double value =
-        variable.kind() == VariableKind::integer ? std::trunc(sent.physical) : sent.physical;
-    if (sent.count == 0 || got == value || (std::isnan(got) && std::isnan(value)))
+        variable->kind() == VariableKind::integer ? whole(sent.physical) : sent.physical;
+    if (got == value || (std::isnan(got) && std::isnan(value)))
         return "";
     return fmt::format("{}: {} arrived instead of {}", name, got, value);
 }
@@ -69,7 +85,7 @@ std::vector<std::string> SimulatedSource::missing_values() const {
             names.insert(next->second);
         std::uint64_t updates = 0;
         for (const std::string& name : names)
-            updates += VariableStore::instance().find(name)->read().updates;
+            updates += updates_of(name);
         std::string line;
         if (updates != value.count)
             line = fmt::format("{}: {} of {} values arrived", fmt::join(names, ", "), updates,
