@@ -10,8 +10,8 @@
 
 namespace task {
 
-Intake::Intake(bool sourceCanWait, FrameDump* dump)
-    : sourceCanWait_(sourceCanWait), dump_(dump), library_(api_xcp_daq_push_frame) {}
+Intake::Intake(bool sourceCanWait, FrameDump* dump, std::chrono::milliseconds hold)
+    : sourceCanWait_(sourceCanWait), dump_(dump), order_(hold, api_xcp_daq_push_frame) {}
 
 void Intake::take(std::span<const std::uint8_t> payload) noexcept {
     if (sourceCanWait_)
@@ -28,7 +28,10 @@ void Intake::hand_over(std::span<const std::uint8_t> payload) {
     counter_.take(payload);
     if (dump_ != nullptr)
         dump_->take(payload);
-    packets_.take(payload, library_);
+    const auto now = SampleOrder::Clock::now();
+    packets_.take(payload, [&](const std::uint8_t* data, std::uint64_t length) {
+        order_.take({data, length}, now);
+    });
 }
 
 void Intake::wait_for_worker() const {

@@ -109,6 +109,11 @@ class CommandLine {
             ->allow_extra_args(false)
             ->check(CLI::IsMember(fault_names()))
             ->needs(simulate_);
+        app_.add_option("--hold", options_.hold,
+                        "Milliseconds for which samples are held to put several lists into order; "
+                        "0: not at all")
+            ->check(CLI::Range(0, 10'000))
+            ->capture_default_str();
         app_.add_option("--seconds", options_.seconds, "End after so many seconds")
             ->check([](const std::string& text) {
                 return CLI::PositiveNumber(text).empty() ? "" : "a number above 0 is expected";

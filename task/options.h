@@ -24,6 +24,7 @@ struct Options {
     bool recordedPace = true;          // of a capture
     std::optional<std::string> replay; // the library's fixed file when there is none
     std::optional<double> seconds;
+    int hold = 10; // milliseconds that a sample is held at most, for the order of several lists
 
     std::string name = "xcp_daq_task"; // to register under
     std::optional<std::string> log;

@@ -31,7 +31,7 @@ namespace {
 using Clock = std::chrono::steady_clock;
 using namespace std::chrono_literals;
 
-constexpr auto longest_wait = 20ms; // until the end of a source is noticed
+constexpr auto longest_wait = 10ms; // until the end of a source is noticed
 
 void print(const std::string& text) {
     std::cout << text << std::flush;
@@ -55,7 +55,8 @@ class Run {
         const auto urgent = [&signals] { return signals.urgent(); };
         if (options.dump)
             dump_.emplace(noRoom, urgent);
-        intake_.emplace(source_->can_wait(), dump_ ? &*dump_ : nullptr);
+        intake_.emplace(source_->can_wait(), dump_ ? &*dump_ : nullptr,
+                        std::chrono::milliseconds(options.hold));
         if (options.record)
             recorder_.emplace(*options.record, noRoom, urgent);
         observer_.emplace(recorder_ ? &*recorder_ : nullptr);
@@ -103,6 +104,7 @@ class Run {
         const Worker worker(daq_);
         try {
             watch();
+            intake_->flush();
             while (XCPFrameBuffer.size() > 0 && !signals_.urgent())
                 std::this_thread::sleep_for(1ms);
         } catch (...) {
@@ -122,6 +124,7 @@ class Run {
     }
 
     bool goes_on() {
+        intake_->advance();
         const bool timeIsUp =
             options_.seconds &&
             Clock::now() - start_ >= std::chrono::duration<double>(*options_.seconds);
@@ -137,6 +140,7 @@ class Run {
                 .untimed = observer_->watch().untimed(),
                 .waiting = XCPFrameBuffer.size(),
                 .misfits = intake_->packets().misfits(),
+                .order = intake_->order(),
                 .seconds = elapsed.count(),
                 .silence = silence_};
     }

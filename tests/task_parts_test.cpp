@@ -15,7 +15,9 @@
 #include "task/output/packet_watch.h"
 #include "task/output/sample_time_watch.h"
 #include "task/sources/capture_file.h"
+#include "task/sources/sample_order.h"
 #include "temporary_file.h"
+#include "xcp/message.h"
 #include "xcp_daq/value_conversion.h"
 
 #include <fmt/format.h>
@@ -451,6 +453,106 @@ TEST(LiveTable, ShowsWhatFitsAndWhatHappened) {
     EXPECT_TRUE(all[23].starts_with("Öldruck_hinter_de~  ")) << all[23];
     for (const std::string& line : table.lines(30, 30, counts))
         EXPECT_LE(columns(line), 30) << line;
+}
+
+// ---- order of samples ----
+
+// Three stamped lists of one byte an ODT; the first has two ODTs.
+class SampleOrders {
+  public:
+    explicit SampleOrders(int hold = 10)
+        : order((define(), std::chrono::milliseconds(hold)),
+                [this](const std::uint8_t* data, std::uint64_t length) {
+                    xcp::MessageWalk messages({data, length});
+                    for (xcp::Message message{}; messages.next(message);)
+                        came.push_back({message.packet.begin(), message.packet.end()});
+                }) {}
+
+    static Bytes packet(std::uint8_t list, std::uint64_t time, std::uint8_t value) {
+        Bytes packet = {0, list};
+        for (int i = 0; i < 4; ++i)
+            packet.push_back(static_cast<std::uint8_t>(time >> 8 * i));
+        packet.push_back(value);
+        return packet;
+    }
+    void take(const Bytes& packet, std::int64_t now_us) {
+        order.take(table::message(packet), at(now_us));
+    }
+    static task::SampleOrder::Clock::time_point at(std::int64_t now_us) {
+        return task::SampleOrder::Clock::time_point(std::chrono::hours(1)) +
+               std::chrono::microseconds(now_us);
+    }
+
+    task::SampleOrder order;
+    std::vector<Bytes> came;
+
+  private:
+    static void define() {
+        static const api_xcp_daq object;
+        if (!appData.daqList[0].odtEntryMap.empty())
+            return;
+        for (int list = 0; list < 3; ++list)
+            api_xcp_daq::addMeasurement("v" + std::to_string(list), list, 0, 0, 1, MODE_TIMESTAMP);
+        api_xcp_daq::addMeasurement("w", 0, 1, 0, 1, MODE_TIMESTAMP);
+    }
+};
+
+TEST(SampleOrder, HoldsASampleUntilEveryListIsLaterOrForTheHold) {
+    SampleOrders samples;
+    const auto packet = SampleOrders::packet;
+    const Bytes second = {1, 0, 9};
+    samples.take(packet(1, 1000, 1), 0);
+    samples.take(packet(2, 1500, 2), 100);
+    samples.take(packet(0, 900, 3), 200); // overtaken, and its second packet comes last
+    samples.take(packet(1, 2000, 4), 300);
+    samples.take(second, 400);
+    EXPECT_EQ(samples.came, (std::vector<Bytes>{packet(0, 900, 3), second}));
+    samples.take(packet(0, 2100, 6), 10'050); // the first has been held for 10 ms
+    EXPECT_EQ(samples.came.size(), 4U) << "and every list is later than 1500";
+    samples.order.advance(SampleOrders::at(90'000)); // another datagram may bring an earlier one
+    EXPECT_EQ(samples.came.size(), 4U);
+    samples.order.advance(SampleOrders::at(110'050));
+    EXPECT_EQ(samples.came.at(4), packet(1, 2000, 4));
+    samples.take(packet(2, 1800, 5), 110'400); // too late: raised when it goes
+    samples.order.flush();
+    EXPECT_EQ(samples.came.at(5), packet(2, 2000, 5));
+    EXPECT_EQ(samples.came.at(6), packet(0, 2100, 6)) << "its second packet never came";
+    EXPECT_EQ(samples.order.counts().raised, 1U);
+    EXPECT_EQ(samples.order.counts().largestRaise_ns, 200);
+
+    SampleOrders atOnce(0);
+    atOnce.take(packet(1, 1000, 1), 0);
+    EXPECT_EQ(atOnce.came.size(), 1U);
+}
+
+// What comes within the hold goes out by the slave's own time, across the wraps of the timestamp.
+TEST(SampleOrder, SortsWhateverComesWithinTheHold) {
+    std::mt19937 random{14};
+    SampleOrders samples;
+    struct Sent {
+        std::uint64_t time_ns, arrival_us;
+        Bytes packet;
+    };
+    std::vector<Sent> sent;
+    std::uint64_t time = 0xF0000000;
+    for (int i = 0; i < 20'000; ++i) {
+        time += 1 + random() % 2'000'000;
+        const auto list = static_cast<std::uint8_t>(1 + random() % 2);
+        const std::uint64_t arrival = time / 1000 + random() % 9000;
+        sent.push_back(
+            {time, arrival, SampleOrders::packet(list, time, static_cast<std::uint8_t>(random()))});
+    }
+    std::vector<Sent> arriving = sent;
+    std::stable_sort(arriving.begin(), arriving.end(),
+                     [](const Sent& a, const Sent& b) { return a.arrival_us < b.arrival_us; });
+    for (const Sent& each : arriving)
+        samples.take(each.packet, static_cast<std::int64_t>(each.arrival_us));
+    samples.order.flush();
+    ASSERT_EQ(samples.came.size(), sent.size());
+    for (std::size_t i = 0; i < sent.size(); ++i)
+        ASSERT_EQ(samples.came[i], sent[i].packet) << i;
+    EXPECT_EQ(samples.order.counts().raised, 0U);
+    EXPECT_GT(time >> 32, 3U) << "wraps";
 }
 
 // ---- recording and dump ----

@@ -371,7 +371,7 @@ TEST(DtoForm, BringsEveryFormIntoTheReceivers) {
     for (int bits = 0; bits < 4 * 2 * 3 * 2 * 3 * 2; ++bits) {
         int rest = bits;
         const auto choose = [&rest](int count) {
-            return std::exchange(rest, rest / count) % count;
+            return static_cast<std::size_t>(std::exchange(rest, rest / count) % count);
         };
         const Form form{static_cast<IdentificationField>(choose(4)),
                         choose(2) == 0 ? xcp::ByteOrder::little : xcp::ByteOrder::big,

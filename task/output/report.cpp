@@ -153,6 +153,14 @@ std::vector<std::string> doubts(const RunCounts& counts, const SampleTimeWatch& 
         lines.push_back(std::move(line));
     if (counts.untimed > 0)
         lines.push_back(fmt::format("{} values without a sample time", counts.untimed));
+    if (counts.order.raised > 0)
+        lines.push_back(fmt::format("{} samples came later than they could be held: their time was "
+                                    "raised, by up to {:.6f} s (--hold)",
+                                    counts.order.raised,
+                                    static_cast<double>(counts.order.largestRaise_ns) / 1e9));
+    if (counts.order.overflows > 0)
+        lines.push_back(
+            fmt::format("{} samples could not be held for want of memory", counts.order.overflows));
     if (times.jumps() > 0)
         lines.push_back(fmt::format("the sample time jumped {} times", times.jumps()));
     for (const SampleTimeWatch::Jump& jump : times.first_jumps())

@@ -5,6 +5,7 @@
 #include "packet_watch.h"
 #include "sample_time_watch.h"
 #include "task/sources/datagram_source.h"
+#include "task/sources/sample_order.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -21,6 +22,7 @@ struct RunCounts {
     std::uint64_t untimed = 0;  // of them, without a sample time
     std::size_t waiting = 0;    // frames in the library's queue
     bool misfits = false;       // packets that the measurement table does not lay out
+    SampleOrder::Counts order;  // samples that were put into order
     double seconds = 0.0;       // since the start
     double silence = 0.0;       // seconds without a DAQ packet, up to the end
 };
