@@ -16,7 +16,7 @@ using xcp::Error;
 constexpr std::size_t list_bytes = 16; // of the slave's memory
 constexpr std::size_t odt_bytes = 8;
 constexpr std::size_t entry_bytes = 8;
-constexpr std::size_t memory_bytes = 64 * 1024;
+constexpr std::size_t memory_bytes = 65536;
 constexpr std::size_t greatest_odts = xcp::last_daq_pid + 1;
 
 bool complete(const DaqList& list) {

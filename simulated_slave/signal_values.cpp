@@ -61,8 +61,8 @@ std::uint64_t real_bits(double value, DataType type) {
     const double size = std::min(std::abs(value), greatest_half);
     const int exponent = std::ilogb(std::max(size, least_normal)) + 1;
     const auto mantissa = static_cast<int>(std::lround(std::ldexp(size, 11 - exponent)));
-    return static_cast<std::uint64_t>((value < 0 ? 0x8000 : 0) + ((exponent + 13) << 10) +
-                                      mantissa);
+    const int bits = (value < 0 ? 0x8000 : 0) + ((exponent + 13) << 10) + mantissa;
+    return static_cast<std::uint64_t>(bits);
 }
 
 double real_number(std::uint64_t bits, DataType type) {
@@ -70,7 +70,7 @@ double real_number(std::uint64_t bits, DataType type) {
         return std::bit_cast<double>(bits);
     if (type == DataType::float32_ieee)
         return std::bit_cast<float>(static_cast<std::uint32_t>(bits));
-    const int exponent = bits >> 10 & 31;
+    const auto exponent = static_cast<int>(bits >> 10 & 31);
     const auto fraction = static_cast<double>(bits & 1023);
     double size =
         exponent == 0 ? std::ldexp(fraction, -24) : std::ldexp(1024 + fraction, exponent - 25);

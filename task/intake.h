@@ -17,7 +17,7 @@
 namespace task {
 
 // take() is for the source's thread; whoever controls the run may call the rest.
-class Intake {
+class Intake : public DatagramSink {
   public:
     // The library is configured. When the source can wait, a datagram waits until the worker has
     // room for it: the frame queue is unbounded, and a file may be larger than the memory. With a
@@ -27,10 +27,12 @@ class Intake {
 
     // Never throws, whatever the source: a datagram for which there is no memory is counted, the
     // first one is reported, and the next one has its chance.
-    void take(std::span<const std::uint8_t> payload) noexcept;
+    void take(std::span<const std::uint8_t> payload, Arrival arrival) noexcept override;
+
+    void begin_session(Arrival arrival) noexcept override;
 
     // Lets go the samples that have been held long enough; from time to time.
-    void advance() { order_.advance(SampleOrder::Clock::now()); }
+    void advance();
 
     // Lets go all of them; after the source has ended.
     void flush() { order_.flush(); }
@@ -44,7 +46,9 @@ class Intake {
     std::uint64_t failures() const { return failures_; } // datagrams that were not taken
 
   private:
-    void hand_over(std::span<const std::uint8_t> payload);
+    template <class Act>
+    void attempt(const Act& act) noexcept;
+    void hand_over(std::span<const std::uint8_t> payload, Arrival arrival);
     void wait_for_worker() const;
 
     const bool sourceCanWait_;

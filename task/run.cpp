@@ -85,9 +85,7 @@ class Run {
     class Receiving {
       public:
         explicit Receiving(Run& run) : run_(run) {
-            run_.source_->start([&run](const std::uint8_t* data, std::uint64_t length) {
-                run.intake_->take({data, length});
-            });
+            run_.source_->start(*run_.intake_);
         }
         ~Receiving() {
             run_.intake_->stop_waiting();

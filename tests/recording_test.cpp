@@ -77,7 +77,13 @@ std::vector<Write> run() {
                               task::server_endpoint(options), false);
     daq.startWorkerThreads();
     api_xcp_daq::enableDAQProcessing();
-    capture.deliver_all({}, api_xcp_daq_push_frame);
+    struct : task::DatagramSink {
+        void take(std::span<const std::uint8_t> payload, task::Arrival) noexcept override {
+            api_xcp_daq_push_frame(payload.data(), payload.size());
+        }
+        void begin_session(task::Arrival) noexcept override {}
+    } library;
+    capture.deliver_all({}, library);
     while (XCPFrameBuffer.size() > 0)
         std::this_thread::yield();
     daq.stopWorkerThreads();

@@ -79,11 +79,15 @@ Bytes after(Bytes start, const Bytes& more) {
 // What the slave sent, and how much else there was.
 std::pair<Bytes, std::uint64_t> payloads_in(const std::string& path) {
     task::CaptureFile capture(path, io::parse_endpoint("10.0.0.5:1000"), true);
-    Bytes payloads;
-    capture.deliver_all({}, [&](const std::uint8_t* data, std::uint64_t length) {
-        payloads.insert(payloads.end(), data, data + length);
-    });
-    return {payloads, capture.foreign()};
+    struct : task::DatagramSink {
+        void take(std::span<const std::uint8_t> payload, task::Arrival) noexcept override {
+            payloads.insert(payloads.end(), payload.begin(), payload.end());
+        }
+        void begin_session(task::Arrival) noexcept override {}
+        Bytes payloads;
+    } sink;
+    capture.deliver_all({}, sink);
+    return {sink.payloads, capture.foreign()};
 }
 
 TEST(Capture, TakesTheSlavesDatagramsFromEveryLinkLayer) {

@@ -16,7 +16,6 @@ namespace task {
 namespace {
 
 using halmor_standin::RawForm;
-using halmor_standin::RawType;
 using halmor_standin::VariableKind;
 
 constexpr int largest_word = 4; // bytes: eight are a real number of 53 bits for the library

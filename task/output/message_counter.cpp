@@ -64,6 +64,12 @@ void MessageCounter::take_from_the_past(std::uint16_t ctr) {
     add(late_, 1);
 }
 
+// What has not come of the session before will not come any more: it stays missing.
+void MessageCounter::begin_session() {
+    expected_.reset();
+    missed_.reset();
+}
+
 MessageCounts MessageCounter::counts() const {
     return {datagrams_, bytes_,    messages_, daqPackets_, gaps_,         missing_,
             late_,      repeated_, cutOff_,   overloads_,  terminations_, lastDaqPacket_};

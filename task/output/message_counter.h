@@ -30,6 +30,7 @@ struct MessageCounts {
 class MessageCounter {
   public:
     void take(std::span<const std::uint8_t> payload);
+    void begin_session(); // CTR begins anew; by the receiving thread
     MessageCounts counts() const;
 
   private:

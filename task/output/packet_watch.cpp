@@ -38,7 +38,7 @@ PacketWatch::PacketWatch() {
     }
 }
 
-void PacketWatch::take(std::span<const std::uint8_t> payload, const DatagramSink& library) {
+void PacketWatch::take(std::span<const std::uint8_t> payload, const PayloadSink& library) {
     const std::uint8_t* piece = payload.data(); // begins what has not been handed on yet
     xcp::MessageWalk messages(payload);
     for (xcp::Message message{}; messages.next(message);) {

@@ -26,7 +26,7 @@ class PacketWatch {
 
     // Hands the payload on without the DAQ packets that the table does not have: as a whole, or in
     // pieces of whole messages.
-    void take(std::span<const std::uint8_t> payload, const DatagramSink& library);
+    void take(std::span<const std::uint8_t> payload, const PayloadSink& library);
 
     // Whether anything has come that doubts() would name.
     bool misfits() const;

@@ -87,14 +87,17 @@ std::optional<Datagram> udp_datagram(Bytes packet) {
     return datagram;
 }
 
+// The file was opened for nanoseconds: libpcap then has them in the field for microseconds.
+std::chrono::nanoseconds recorded_at(const pcap_pkthdr& packet) {
+    return std::chrono::seconds(packet.ts.tv_sec) + std::chrono::nanoseconds(packet.ts.tv_usec);
+}
+
 // Waits until each packet's time has come, counted from the first one.
 class Pace {
   public:
     // False when told to stop while waiting.
     bool wait_for(const pcap_pkthdr& packet, const std::stop_token& stop) {
-        // The file was opened for nanoseconds: libpcap then has them in the field for microseconds.
-        const auto recorded =
-            std::chrono::seconds(packet.ts.tv_sec) + std::chrono::nanoseconds(packet.ts.tv_usec);
+        const auto recorded = recorded_at(packet);
         if (!begun_)
             shift_ = Clock::now().time_since_epoch() - recorded;
         begun_ = true;
@@ -131,7 +134,7 @@ std::string CaptureFile::description() const {
     return "from " + to_text(slave_) + " in " + path_;
 }
 
-void CaptureFile::deliver_all(const std::stop_token& stop, const DatagramSink& sink) {
+void CaptureFile::deliver_all(const std::stop_token& stop, DatagramSink& sink) {
     const LinkLayer& link = *find_link_layer(linkType_);
     Pace pace;
     pcap_pkthdr* header = nullptr;
@@ -142,7 +145,7 @@ void CaptureFile::deliver_all(const std::stop_token& stop, const DatagramSink& s
             return;
         const auto datagram = udp_datagram(ipv4_packet({data, header->caplen}, link));
         if (datagram && datagram->source == slave_)
-            sink(datagram->payload.data(), datagram->payload.size());
+            sink.take(datagram->payload, Arrival(recorded_at(*header)));
         else
             ++foreign_;
     }

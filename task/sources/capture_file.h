@@ -18,7 +18,7 @@ class CaptureFile : public DatagramFile {
     CaptureFile(const std::string& path, const io::UdpEndpoint& slave, bool recordedPace);
 
     std::string description() const override;
-    void deliver_all(const std::stop_token& stop, const DatagramSink& sink) override;
+    void deliver_all(const std::stop_token& stop, DatagramSink& sink) override;
     std::uint64_t foreign() const override { return foreign_; }
 
   private:

@@ -1,22 +1,40 @@
 #pragma once
 // Where the datagrams of a run come from.
 
+#include <chrono>
 #include <cstdint>
 #include <functional>
+#include <span>
 #include <string>
 #include <vector>
 
 namespace task {
 
-// Payload of one datagram, valid during the call. Does not throw.
-using DatagramSink = std::function<void(const std::uint8_t*, std::uint64_t)>;
+// When a datagram came: by the steady clock or, out of a file, by the clock that it was recorded
+// with. Only differences count.
+using Arrival = std::chrono::steady_clock::time_point;
+
+// Payload of whole messages, valid during the call.
+using PayloadSink = std::function<void(const std::uint8_t*, std::uint64_t)>;
+
+// Where datagrams go. One thread's at a time; it outlives the source's thread.
+class DatagramSink {
+  public:
+    virtual ~DatagramSink() = default;
+
+    // Payload of one datagram, valid during the call.
+    virtual void take(std::span<const std::uint8_t> payload, Arrival arrival) noexcept = 0;
+
+    // What follows belongs to another session: the slave's CTR and its clock have begun anew.
+    virtual void begin_session(Arrival arrival) noexcept = 0;
+};
 
 class DatagramSource {
   public:
     virtual ~DatagramSource() = default;
 
     // Begins to hand datagrams to the sink, on one thread of the source's own.
-    virtual void start(DatagramSink sink) = 0;
+    virtual void start(DatagramSink& sink) = 0;
 
     // After start(): where the datagrams come from, in a few words.
     virtual std::string description() const = 0;

@@ -2,14 +2,14 @@
 
 namespace task {
 
-void FileSource::start(DatagramSink sink) {
-    thread_ = std::jthread([this, sink = std::move(sink)](const std::stop_token& stop) {
+void FileSource::start(DatagramSink& sink) {
+    thread_ = std::jthread([this, &sink](const std::stop_token& stop) {
         deliver_all(stop, sink);
         ended_ = true;
     });
 }
 
-void FileSource::deliver_all(const std::stop_token& stop, const DatagramSink& sink) {
+void FileSource::deliver_all(const std::stop_token& stop, DatagramSink& sink) {
     try {
         file_->deliver_all(stop, sink);
     } catch (...) {

@@ -22,7 +22,7 @@ class DatagramFile {
 
     // Hands every datagram to the sink, until the end or until told to stop. Throws io::FileError
     // for what is wrong with the file.
-    virtual void deliver_all(const std::stop_token& stop, const DatagramSink& sink) = 0;
+    virtual void deliver_all(const std::stop_token& stop, DatagramSink& sink) = 0;
 
     // So far: datagrams that are not the slave's. Any thread.
     virtual std::uint64_t foreign() const { return 0; }
@@ -32,7 +32,7 @@ class FileSource : public DatagramSource {
   public:
     explicit FileSource(std::unique_ptr<DatagramFile> file) : file_(std::move(file)) {}
 
-    void start(DatagramSink sink) override;
+    void start(DatagramSink& sink) override;
     std::string description() const override { return file_->description(); }
     bool can_wait() const override { return true; }
     bool ended() const override { return ended_; }
@@ -41,7 +41,7 @@ class FileSource : public DatagramSource {
     Losses losses() const override { return {0, file_->foreign()}; }
 
   private:
-    void deliver_all(const std::stop_token& stop, const DatagramSink& sink);
+    void deliver_all(const std::stop_token& stop, DatagramSink& sink);
 
     std::unique_ptr<DatagramFile> file_;
     std::exception_ptr error_; // written by the thread before ended_

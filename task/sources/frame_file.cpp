@@ -7,6 +7,7 @@
 #include <fmt/format.h>
 
 #include <cerrno>
+#include <chrono>
 #include <cstring>
 #include <limits>
 #include <vector>
@@ -24,7 +25,7 @@ FrameFile::FrameFile(const std::optional<std::string>& path) : path_(path.value_
         throw FileError(path_, std::strerror(errno));
 }
 
-void FrameFile::deliver_all(const std::stop_token& stop, const DatagramSink& sink) {
+void FrameFile::deliver_all(const std::stop_token& stop, DatagramSink& sink) {
     constexpr std::size_t longest_packet = std::numeric_limits<std::uint16_t>::max();
     std::vector<std::uint8_t> frame;
     std::vector<std::uint8_t> payload;
@@ -44,7 +45,7 @@ void FrameFile::deliver_all(const std::stop_token& stop, const DatagramSink& sin
                                                record, frame.size()));
         payload.clear();
         xcp::append_message(payload, ctr++, frame);
-        sink(payload.data(), payload.size());
+        sink.take(payload, std::chrono::steady_clock::now());
     }
 }
 

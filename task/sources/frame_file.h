@@ -15,7 +15,7 @@ class FrameFile : public DatagramFile {
     explicit FrameFile(const std::optional<std::string>& path);
 
     std::string description() const override { return "made of the frames in " + path_; }
-    void deliver_all(const std::stop_token& stop, const DatagramSink& sink) override;
+    void deliver_all(const std::stop_token& stop, DatagramSink& sink) override;
 
   private:
     std::string path_;

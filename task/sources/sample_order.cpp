@@ -18,7 +18,7 @@ constexpr std::int64_t wrap = std::int64_t{1} << 32; // of a timestamp, in nanos
 
 } // namespace
 
-SampleOrder::SampleOrder(std::chrono::milliseconds hold, DatagramSink sink)
+SampleOrder::SampleOrder(std::chrono::milliseconds hold, PayloadSink sink)
     : hold_(hold), sink_(std::move(sink)), due_ns_(never) {
     for (std::size_t number = 0; number < lists_.size(); ++number) {
         const xcpDAQList& table = appData.daqList[number];
@@ -160,6 +160,15 @@ void SampleOrder::flush() {
     while (!held_.empty())
         let_go_first();
     arrivals_.clear();
+}
+
+void SampleOrder::begin_session() {
+    flush();
+    const std::lock_guard lock(mutex_);
+    for (List& list : lists_)
+        list.shown_ns.reset();
+    due_ns_ = never;
+    lastOut_ns_.reset();
 }
 
 SampleOrder::Counts SampleOrder::counts() const {

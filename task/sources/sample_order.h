@@ -31,7 +31,7 @@ class SampleOrder {
     // Reads the library's measurement table, which stays as it is from here on. With a hold of 0,
     // or a single stamped list, everything goes out at once. The sink is called inside of the calls
     // below.
-    SampleOrder(std::chrono::milliseconds hold, DatagramSink sink);
+    SampleOrder(std::chrono::milliseconds hold, PayloadSink sink);
 
     // Messages of packets that the table has.
     void take(std::span<const std::uint8_t> payload, Clock::time_point now);
@@ -42,6 +42,9 @@ class SampleOrder {
 
     // Lets go everything; at the end.
     void flush();
+
+    // The slave's clock begins anew. Lets go everything that came before.
+    void begin_session();
 
     struct Counts {
         std::uint64_t raised = 0; // samples whose time was raised
@@ -76,7 +79,7 @@ class SampleOrder {
     void let_go(Sample& sample);
 
     const std::chrono::nanoseconds hold_;
-    const DatagramSink sink_;
+    const PayloadSink sink_;
     bool passes_ = false; // nothing is held
 
     mutable std::mutex mutex_; // of all below

@@ -28,7 +28,7 @@ SlaveLink::SlaveLink(const io::UdpEndpoint& slave, std::function<bool()> stopWan
     : slave_(slave), stopWanted_(std::move(stopWanted)), urgent_(std::move(urgent)),
       receiver_(io::UdpSocket(any_endpoint), slave,
                 [this](const std::uint8_t* data, std::uint64_t length) {
-                    take({data, length});
+                    receive_datagram({data, length});
                 }) {}
 
 Time SlaveLink::now() const {
@@ -69,21 +69,21 @@ void SlaveLink::check_interruption() {
     throw xcp_master::Interrupted();
 }
 
-void SlaveLink::open(DatagramSink sink) {
+void SlaveLink::open(Take take) {
     if (open_)
         return;
-    sink_ = std::move(sink);
+    take_ = std::move(take);
     open_ = true;
 }
 
-void SlaveLink::take(std::span<const std::uint8_t> payload) noexcept {
+void SlaveLink::receive_datagram(std::span<const std::uint8_t> payload) noexcept {
     try {
         keep_answers(payload);
     } catch (const std::bad_alloc&) {
         // The session takes it for a lost answer.
     }
     if (open_)
-        sink_(payload.data(), payload.size());
+        take_(payload, steady_clock::now());
 }
 
 void SlaveLink::keep_answers(std::span<const std::uint8_t> payload) {

@@ -29,8 +29,9 @@ class SlaveLink : public xcp_master::Link {
     std::optional<xcp_master::Received> receive(xcp_master::Time until) override;
     void close_in_order() override { closing_ = true; }
 
-    // From now on datagrams go to the sink, on the receiving thread. A second call changes nothing.
-    void open(DatagramSink sink);
+    // From now on datagrams go there, on the receiving thread. A second call changes nothing.
+    using Take = std::function<void(std::span<const std::uint8_t> payload, Arrival arrival)>;
+    void open(Take take);
 
     // Waits, a moment at most, until no DAQ packet comes any more: those of a session before.
     void await_quiet() const;
@@ -41,7 +42,7 @@ class SlaveLink : public xcp_master::Link {
     const io::UdpReceiver& receiver() const { return receiver_; }
 
   private:
-    void take(std::span<const std::uint8_t> payload) noexcept;
+    void receive_datagram(std::span<const std::uint8_t> payload) noexcept;
     void keep_answers(std::span<const std::uint8_t> payload);
     void check_interruption();
 
@@ -55,7 +56,7 @@ class SlaveLink : public xcp_master::Link {
     std::deque<xcp_master::Received> packets_;       // guarded by mutex_
     std::atomic<xcp_master::Time::rep> lastDaq_ = 0; // when a DAQ packet came; 0: never
 
-    DatagramSink sink_; // set before open_
+    Take take_; // set before open_
     std::atomic<bool> open_ = false;
     io::UdpReceiver receiver_; // last: its thread uses all of the above
 };

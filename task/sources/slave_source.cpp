@@ -40,16 +40,15 @@ SlaveSource::make_plan(const std::vector<xcp_master::WantedList>& lists) {
 
 // Whatever comes before the start belongs to a session before. After a failure nothing is to come
 // any more: whoever takes the datagrams may go.
-void SlaveSource::start(DatagramSink sink) {
+void SlaveSource::start(DatagramSink& sink) {
     try {
         session_.start(plan_, [&](const std::vector<std::uint8_t>& firstPids) {
             if (form_) // the set-up began anew, and the slave with it
                 return;
             form_.emplace(properties_, plan_, firstPids);
             link_.await_quiet();
-            link_.open([this, sink](const std::uint8_t* data, std::uint64_t length) {
-                const auto own = form_->take({data, length});
-                sink(own.data(), own.size());
+            link_.open([this, &sink](std::span<const std::uint8_t> payload, Arrival arrival) {
+                sink.take(form_->take(payload), arrival);
             });
         });
     } catch (const SessionError& error) {

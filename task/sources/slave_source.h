@@ -36,7 +36,7 @@ class SlaveSource : public DatagramSource {
     // Makes the plan that start() sets the slave up with. Throws Failure when it does not fit.
     const xcp_master::DaqPlan& make_plan(const std::vector<xcp_master::WantedList>& lists);
 
-    void start(DatagramSink sink) override;
+    void start(DatagramSink& sink) override;
     std::string description() const override;
     bool can_wait() const override { return false; }
     bool ended() const override { return !link_.receiver().error().empty(); }

@@ -6,9 +6,12 @@
 
 namespace task {
 
-void UdpSource::start(DatagramSink sink) {
+void UdpSource::start(DatagramSink& sink) {
     try {
-        receiver_.emplace(io::UdpSocket(listen_), slave_, std::move(sink));
+        receiver_.emplace(io::UdpSocket(listen_), slave_,
+                          [&sink](const std::uint8_t* data, std::uint64_t length) {
+                              sink.take({data, length}, std::chrono::steady_clock::now());
+                          });
     } catch (const std::system_error& error) {
         throw Failure(ExitStatus::network, error.what());
     }

@@ -13,7 +13,7 @@ class UdpSource : public DatagramSource {
     UdpSource(const io::UdpEndpoint& listen, const io::UdpEndpoint& slave)
         : listen_(listen), slave_(slave) {}
 
-    void start(DatagramSink sink) override;
+    void start(DatagramSink& sink) override;
     std::string description() const override;
     bool can_wait() const override { return false; }
     bool ended() const override { return !receiver_->error().empty(); }
