@@ -57,6 +57,7 @@ struct Event {
     std::string name;
     std::string shortName;
     bool daq = true;            // false: for stimulation alone
+    bool packed = false;        // its lists are sampled several times into one packet, always
     std::uint64_t cycle_ns = 0; // 0: not cyclic, or not known
 };
 
@@ -94,8 +95,9 @@ struct Xcp {
 
     // The transport.
     std::optional<std::uint16_t> port;
-    std::string address;  // as it stands there
-    std::string hostName; // as it stands there
+    std::string address;              // as it stands there
+    std::string hostName;             // as it stands there
+    std::uint8_t packetAlignment = 1; // bytes: 1, 2 or 4, of which a slave's packet is a multiple
 };
 
 // Threads: once it is read, any number of threads may ask.

@@ -213,6 +213,15 @@ std::uint64_t nanoseconds_of(std::uint64_t cycle, std::uint64_t unit) {
     return std::max<std::uint64_t>(count * unit_ps[unit] / 1000, 1);
 }
 
+constexpr Rules<EventDraft>::Word packed_words[] = {
+    {"MANDATORY", [](EventDraft& event, std::uint64_t) { event.packed = true; }}};
+
+constexpr Rules<EventDraft> packed_rules{packed_words, {}, {}, nullptr, nullptr};
+
+constexpr Rules<EventDraft>::Nested event_blocks[] = {
+    {"DAQ_PACKED_MODE",
+     [](EventDraft& event, BlockReader& reader) { read_block(reader, packed_rules, event); }}};
+
 constexpr Rules<EventDraft>::Word event_words[] = {
     {"STIM", [](EventDraft& event, std::uint64_t) { event.daq = false; }}};
 
@@ -229,7 +238,8 @@ void take_event_name(EventDraft& event, std::size_t position, std::string text) 
         (position == 0 ? event.name : event.shortName) = std::move(text);
 }
 
-constexpr Rules<EventDraft> event_rules{event_words, event_numbers, {}, take_event_name, nullptr};
+constexpr Rules<EventDraft> event_rules{event_words, event_numbers, event_blocks, take_event_name,
+                                        nullptr};
 
 void read_event(Xcp& xcp, BlockReader& reader) {
     EventDraft event;
@@ -309,6 +319,14 @@ constexpr Rules<Xcp>::Nested common_blocks[] = {{"PROTOCOL_LAYER", read_protocol
 
 constexpr Rules<Xcp> common_rules{{}, {}, common_blocks, nullptr, nullptr};
 
+void take_packet_alignment(Xcp& xcp, std::uint64_t bytes) {
+    xcp.packetAlignment = static_cast<std::uint8_t>(bytes);
+}
+
+constexpr Rules<Xcp>::Word udp_words[] = {{"PACKET_ALIGNMENT_8", take_packet_alignment, 1},
+                                          {"PACKET_ALIGNMENT_16", take_packet_alignment, 2},
+                                          {"PACKET_ALIGNMENT_32", take_packet_alignment, 4}};
+
 constexpr Rules<Xcp>::TakeNumber udp_numbers[] = {
     pass_over<Xcp>, // version
     [](Xcp& xcp, std::uint64_t port) { xcp.port = saturated<std::uint16_t>(port); }};
@@ -325,8 +343,8 @@ void take_named_address(Xcp& xcp, std::string_view word, std::string text) {
         xcp.hostName = std::move(text);
 }
 
-constexpr Rules<Xcp> udp_rules{
-    {}, udp_numbers, common_blocks, take_bare_address, take_named_address};
+constexpr Rules<Xcp> udp_rules{udp_words, udp_numbers, common_blocks, take_bare_address,
+                               take_named_address};
 
 // Of several the first counts.
 void read_udp(Xcp& xcp, BlockReader& reader) {

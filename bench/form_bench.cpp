@@ -45,7 +45,7 @@ Prepare through_form(std::size_t packetSize, IdentificationField field) {
             const std::uint64_t before = updates_of_last(0, 0);
             return seconds_of([&] {
                 for (std::size_t i = 0; i < path_datagrams; ++i) {
-                    const auto own = form->take(payload);
+                    const auto own = form->take(payload, {});
                     api_xcp_daq_push_frame(own.data(), own.size());
                 }
                 await_updates(before + path_datagrams * packets);

@@ -4,7 +4,6 @@
 #include "xcp/message.h"
 
 #include <algorithm>
-#include <set>
 
 namespace simulated_slave {
 
@@ -26,15 +25,6 @@ bool complete(const DaqList& list) {
     };
     return list.event && !list.odts.empty() &&
            std::all_of(list.odts.begin(), list.odts.end(), full);
-}
-
-// A list may have a signal in two entries, when two signals share an address. It is sampled once.
-void name_signals_once(DaqList& list) {
-    std::set<const a2l::Signal*> named;
-    for (Odt& odt : list.odts)
-        for (MemoryView& entry : odt.entries)
-            std::erase_if(entry.signals,
-                          [&](const auto& whole) { return !named.insert(whole.signal).second; });
 }
 
 } // namespace
@@ -66,8 +56,9 @@ void DaqLists::enter(Stage stage) const {
 }
 
 DaqList& DaqLists::list(std::uint16_t number, Error otherwise) {
-    refuse_if(number >= lists_.size(), otherwise);
-    return lists_[number];
+    const auto index = static_cast<std::size_t>(number) - properties_.minDaq; // or far above all
+    refuse_if(index >= lists_.size(), otherwise);
+    return lists_[index];
 }
 
 std::size_t DaqLists::memory_use() const {
@@ -95,7 +86,7 @@ Acknowledgement DaqLists::execute(const xcp::FreeDaq& /*command*/) {
 Acknowledgement DaqLists::execute(const xcp::AllocDaq& command) {
     enter(Stage::lists);
     const bool numberIsByte = properties_.identification == a2l::IdentificationField::relative_byte;
-    refuse_if(command.count == 0 || (numberIsByte && command.count > 256) ||
+    refuse_if(command.count == 0 || (numberIsByte && command.count + properties_.minDaq > 256) ||
                   (properties_.maxDaq != 0 && command.count > properties_.maxDaq),
               Error::out_of_range);
     refuse_if(list_bytes * command.count > memory_bytes, Error::memory_overflow);
@@ -137,7 +128,7 @@ Acknowledgement DaqLists::execute(const xcp::SetDaqPtr& command) {
     refuse_if(command.odt >= own.odts.size() ||
                   command.entry >= own.odts[command.odt].entries.size(),
               Error::out_of_range);
-    pointer_ = {command.daq, command.odt, command.entry};
+    pointer_ = {command.daq - std::size_t{properties_.minDaq}, command.odt, command.entry};
     return {};
 }
 
@@ -207,7 +198,7 @@ xcp::StartStopDaqList::Answer DaqLists::execute(const xcp::StartStopDaqList& com
         refuse_if(!complete(own), Error::daq_config);
         own.selected = true;
     }
-    return {first_pid(command.daq)};
+    return {first_pid(command.daq - std::size_t{properties_.minDaq})};
 }
 
 Acknowledgement DaqLists::execute(const xcp::StartStopSynch& command) {
@@ -244,7 +235,6 @@ void DaqLists::start_selected() {
     for (DaqList& list : lists_) {
         list.running = list.selected;
         list.selected = false;
-        name_signals_once(list);
     }
 }
 

@@ -40,6 +40,8 @@ Properties properties_of(const a2l::Xcp& xcp) {
     slave.maxDto = std::min(xcp.maxDto.value_or(default_dto), greatest_dto);
     slave.identification = xcp.identificationField;
     slave.maxDaq = xcp.maxDaq;
+    slave.minDaq = xcp.minDaq;
+    slave.packetAlignment = xcp.packetAlignment;
     slave.granularity = xcp.entryGranularity;
     slave.maxEntrySize = xcp.maxEntrySize == 0 ? std::uint8_t{255} : xcp.maxEntrySize;
     slave.timestamp = xcp.timestamp.value_or(a2l::Timestamp{});

@@ -17,9 +17,11 @@ struct Properties {
     std::uint16_t maxDto = 0;
     a2l::IdentificationField identification = a2l::IdentificationField::absolute;
     std::uint16_t maxDaq = 0; // 0: as many as the memory holds
+    std::uint8_t minDaq = 0;  // number of the first list
     std::uint8_t granularity = 1;
     std::uint8_t maxEntrySize = 0;
-    a2l::Timestamp timestamp; // of size 0: none
+    std::uint8_t packetAlignment = 1; // bytes
+    a2l::Timestamp timestamp;         // of size 0: none
     std::vector<a2l::Event> events;
 
     bool absolute() const { return identification == a2l::IdentificationField::absolute; }

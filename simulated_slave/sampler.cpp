@@ -5,6 +5,7 @@
 #include "signal_values.h"
 
 #include <algorithm>
+#include <set>
 
 namespace simulated_slave {
 
@@ -26,6 +27,38 @@ void Sampler::start(std::uint64_t now_ns) {
     for (const a2l::Event& event : properties_.events)
         if (used(event.number))
             timers_.push_back({event.number, cycle_of(event), now_ns});
+    signals_.clear();
+    // Two signals may share an address, and a list have a signal in two entries: it counts once.
+    for (const DaqList& list : lists_.all()) {
+        auto& odts = signals_.emplace_back();
+        std::set<const a2l::Signal*> named;
+        for (const Odt& odt : list.odts) {
+            odts.push_back(signals_in(odt));
+            std::erase_if(odts.back(),
+                          [&](const auto& whole) { return !named.insert(whole.signal).second; });
+        }
+    }
+}
+
+// What the entries bring, with the places behind identification and timestamp. A signal may lie in
+// several entries that follow each other, none of which holds it.
+std::vector<MemoryView::Whole> Sampler::signals_in(const Odt& odt) const {
+    std::vector<MemoryView::Whole> all;
+    std::optional<MemoryView> open; // entries of which no signal is whole yet
+    std::size_t begin = 0;          // of these
+    std::size_t at = 0;
+    for (const MemoryView& entry : odt.entries) {
+        const auto longer = open ? memory_.joined(*open, entry) : std::nullopt;
+        if (!longer)
+            begin = at;
+        open = longer.value_or(entry);
+        for (const auto& [signal, inside] : open->signals)
+            all.push_back({signal, begin + inside});
+        if (!open->signals.empty())
+            open.reset();
+        at += entry.size;
+    }
+    return all;
 }
 
 std::uint64_t Sampler::next_due() const {
@@ -70,14 +103,14 @@ void Sampler::sample(std::size_t list, std::uint64_t due_ns) {
         if (odt == 0 && own.stamped)
             append_number(packet_, clock_.ticks(due_ns), properties_.timestamp.size,
                           properties_.order);
-        for (const MemoryView& entry : own.odts[odt].entries) {
-            const std::size_t begin = packet_.size();
+        const std::size_t begin = packet_.size();
+        for (const MemoryView& entry : own.odts[odt].entries)
             memory_.read(entry, due_ns - started_ns_, packet_);
-            for (const auto& [signal, at] : entry.signals)
-                values_.push_back(
-                    {signal, physical_value(*signal, std::span(packet_).subspan(
-                                                         begin + at, a2l::size_of(signal->type)))});
-        }
+        for (const auto& [signal, at] : signals_[list][odt])
+            values_.push_back(
+                {signal, physical_value(*signal, std::span(packet_).subspan(
+                                                     begin + at, a2l::size_of(signal->type)))});
+        append_padding();
         outbox_.add(packet_, values_);
     }
 }
@@ -89,8 +122,14 @@ void Sampler::append_identification(std::size_t list, std::size_t odt) {
     if (form == IdentificationField::relative_word_aligned)
         packet_.push_back(fill);
     if (form != IdentificationField::absolute)
-        append_number(packet_, list, form == IdentificationField::relative_byte ? 1 : 2,
-                      properties_.order);
+        append_number(packet_, properties_.minDaq + list,
+                      form == IdentificationField::relative_byte ? 1 : 2, properties_.order);
+}
+
+void Sampler::append_padding() {
+    constexpr std::uint8_t remains = 0xEE; // of anything
+    while (packet_.size() % properties_.packetAlignment != 0)
+        packet_.push_back(remains);
 }
 
 } // namespace simulated_slave

@@ -38,6 +38,8 @@ class Sampler {
     void sample_all(std::uint64_t due_ns);
     void sample(std::size_t list, std::uint64_t due_ns);
     void append_identification(std::size_t list, std::size_t odt);
+    void append_padding();
+    std::vector<MemoryView::Whole> signals_in(const Odt& odt) const;
 
     const Properties& properties_;
     const SignalMemory& memory_;
@@ -47,6 +49,7 @@ class Sampler {
     const bool jumps_;
 
     std::vector<Timer> timers_; // of events that the running lists have
+    std::vector<std::vector<std::vector<MemoryView::Whole>>> signals_; // by list and ODT
     std::uint64_t started_ns_ = 0;
     std::uint64_t times_ = 0; // at which lists were sampled
 

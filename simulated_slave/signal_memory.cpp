@@ -73,7 +73,7 @@ std::optional<MemoryView> SignalMemory::view(std::uint8_t extension, std::uint32
                                              std::size_t size) const {
     MemoryView view;
     view.size = size;
-    const std::uint64_t begin = place_of(extension, address);
+    const std::uint64_t begin = view.place = place_of(extension, address);
     for (std::uint64_t place = begin; place < begin + size; ++place) {
         const auto owner = owner_of(place);
         if (!owner)
@@ -87,6 +87,14 @@ std::optional<MemoryView> SignalMemory::view(std::uint8_t extension, std::uint32
     }
     find_signals(begin, view);
     return view;
+}
+
+std::optional<MemoryView> SignalMemory::joined(const MemoryView& first,
+                                               const MemoryView& second) const {
+    if (first.place + first.size != second.place)
+        return {};
+    return view(static_cast<std::uint8_t>(first.place >> 32),
+                static_cast<std::uint32_t>(first.place), first.size + second.size);
 }
 
 void SignalMemory::find_signals(std::uint64_t place, MemoryView& view) const {

@@ -23,6 +23,7 @@ struct MemoryView {
         const a2l::Signal* signal;
         std::size_t at;
     };
+    std::uint64_t place = 0; // of the first byte: the address below the address extension
     std::size_t size = 0;
     std::vector<Part> parts;
     // Those that are just as long as the view, and only when there is none, all others that lie
@@ -41,6 +42,9 @@ class SignalMemory {
     // Empty when an address belongs to no signal.
     std::optional<MemoryView> view(std::uint8_t extension, std::uint32_t address,
                                    std::size_t size) const;
+
+    // Both in one, when the one ends where the other begins.
+    std::optional<MemoryView> joined(const MemoryView& first, const MemoryView& second) const;
 
     // Appends the view's bytes at a time: see raw_value().
     void read(const MemoryView& view, std::uint64_t time_ns,

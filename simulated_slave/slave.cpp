@@ -230,7 +230,8 @@ Slave::State::execute(const xcp::GetDaqProcessorInfo& /*command*/) const {
     answer.properties = Answer::dynamic;
     if (properties.timestamp.size != 0)
         answer.properties |= Answer::timestamps;
-    answer.maxDaq = static_cast<std::uint16_t>(lists.all().size());
+    answer.maxDaq = static_cast<std::uint16_t>(properties.minDaq + lists.all().size());
+    answer.minDaq = properties.minDaq;
     for (const a2l::Event& event : properties.events)
         answer.maxEvent = std::max<std::uint16_t>(answer.maxEvent, event.number + 1);
     answer.key = static_cast<std::uint8_t>(static_cast<unsigned>(properties.identification) << 6);

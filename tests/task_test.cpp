@@ -428,6 +428,14 @@ TEST(TaskSession, ReceivesEveryForm) {
         {"RELATIVE_BYTE", "RELATIVE_WORD_ALIGNED"},
         {"BYTE_ORDER_MSB_LAST", "BYTE_ORDER_MSB_FIRST"},
         {"UNIT_1NS", "UNIT_1US"},
+        {"SIZE_DWORD\n          UNIT_1NS", "SIZE_WORD UNIT_10US"},
+        {"1                             /* ticks of the unit */\n          SIZE_DWORD\n"
+         "          UNIT_1NS",
+         "3 SIZE_DWORD UNIT_100PS"},
+        {"SIZE_DWORD", "NO_TIME_STAMP"},
+        {"0                               /* no predefined", "7 /* "},
+        {"0xF8 ", "1 "},
+        {"ADDRESS \"", "PACKET_ALIGNMENT_32 ADDRESS \""},
     };
     for (const auto& [from, to] : forms) {
         std::string text = engine_a2l;
@@ -438,7 +446,7 @@ TEST(TaskSession, ReceivesEveryForm) {
         lists.replace(lists.find("engine.a2l"), 10, a2l.path().substr(a2l.path().rfind('/') + 1));
         lists.replace(lists.find("\n.\n"), 3, "\n/tmp\n");
         const TemporaryFile own(lists);
-        const auto end = run_task(simulated({"--seconds", "0.4", "--strict"}, own.path()));
+        const auto end = run_task(simulated({"--seconds", "0.3", "--strict"}, own.path()));
         EXPECT_EQ(end.status, 0) << to << end.errors << end.output;
     }
 }

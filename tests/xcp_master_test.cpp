@@ -7,12 +7,14 @@
 #include "xcp/packet_text.h"
 #include "xcp_master/dto_form.h"
 #include "xcp_master/session.h"
+#include "xcp_master/stamp_clock.h"
 
 #include <gtest/gtest.h>
 
 #include <deque>
 #include <fstream>
 #include <map>
+#include <random>
 #include <set>
 #include <sstream>
 
@@ -261,14 +263,9 @@ TEST(Session, EndsThoughEventsDoNot) {
 // What a slave may differ in, and what is said of it. Its A2L file says the same.
 TEST(Session, RefusesWhatCannotBeReceived) {
     const std::tuple<const char*, const char*, const char*> cases[] = {
-        {"SUPPORTED 1", "SUPPORTED 5",
-         "the slave's timestamp is 4 bytes, 5 ticks in 1 ns, only 4 bytes of whole nanoseconds can "
-         "be received"},
-        {"SIZE_DWORD", "SIZE_WORD",
-         "the slave's timestamp is 2 bytes in units of 1 ns, only 4 bytes of whole nanoseconds can "
-         "be received"},
-        {"BYTE 16", "BYTE 4",
-         "list quick: a[0] has 8 bytes, the slave's largest ODT entry 4 bytes"},
+        {"SUPPORTED 1", "SUPPORTED 0",
+         "the slave's timestamp is 4 bytes, 0 ticks in 1 ns, only 1, 2 or 4 bytes of ticks, or "
+         "none, can be received"},
         {"32 40", "32 12",
          "list quick: a[0] has 8 bytes, a packet of at most 12 bytes has room for 6"},
         {"\"slow\" \"s\" 1", "\"slow\" \"s\" 7", "the slave has no event channel 1 of list lazy"},
@@ -400,12 +397,12 @@ TEST(DtoForm, BringsEveryFormIntoTheReceivers) {
                 own.insert(own.end(), entries.begin(), entries.end());
                 xcp::append_message(expected, 7, own);
             }
-        const auto own = dto.take(sent);
+        const auto own = dto.take(sent, {});
         EXPECT_EQ(Packet(own.begin(), own.end()), expected) << bits;
         EXPECT_EQ(own.data() == sent.data(), sent == expected) << "what is right goes untouched";
         EXPECT_EQ(dto.overloads(), form.overload ? 4U : 0U);
         for (std::size_t size = 0; size < sent.size(); ++size)
-            dto.take({sent.data(), size}); // cut anywhere, for the address sanitizer
+            dto.take({sent.data(), size}, {}); // cut anywhere, for the address sanitizer
         ++forms;
     }
     EXPECT_EQ(forms, 288);
@@ -425,11 +422,57 @@ TEST(DtoForm, LeavesWhatIsNoPacketOfThePlanForWhoeverCountsIt) {
     Packet expected;
     for (const char* packet : {"00 05 1 2", "03 00 1 2", "00 ff 1", "00 aa", "ff 1"})
         xcp::append_message(expected, 0, bytes_of(packet));
-    const auto own = dto.take(sent);
+    const auto own = dto.take(sent, {});
     EXPECT_EQ(Packet(own.begin(), own.end()), expected);
     slave.identificationField = IdentificationField::absolute;
     plan.lists.push_back(plan.lists[0]);
     EXPECT_THROW(DtoForm(slave, plan, {5, 5}), SessionError);
+}
+
+// Two lists on a way of changing length: every time is the slave's own, from its first on.
+TEST(StampClock, CountsTheTurnsOfShortAndOfFineTimestamps) {
+    struct Case {
+        std::size_t size;
+        std::uint64_t unit_ps;
+        std::uint16_t ticks;
+        std::chrono::nanoseconds cycle, jitter, pause;
+        bool told;
+    };
+    const Case cases[] = {
+        {2, 1'000'000, 1, 1ms, 20ms, 0ns, true},   // turns each 65.5 ms
+        {2, 1'000'000, 1, 1ms, 10ms, 100ms, true}, // and the host counts one
+        {2, 1'000'000, 1, 1ms, 10ms, 400ms, false},
+        {2, 1'000'000, 1, 50ms, 10ms, 0ns, true}, // the lists of 50 and 150 ms
+        {1, 100'000'000, 1, 1ms, 6ms, 0ns, true}, // turns each 25.6 ms
+        {2, 100, 3, 1us, 500ns, 0ns, true},       // turns each 2.2 us, a third of 0.1 ns
+        {4, 1'000'000, 3, 1ms, 20ms, 3600s, true},
+        {4, 100, 1, 1ms, 20ms, 1s, true}, // turns each 429 ms
+    };
+    std::mt19937 random{3};
+    for (const Case& c : cases) {
+        DaqProperties slave;
+        slave.timestampSize = c.size;
+        slave.unit_ps = c.unit_ps;
+        slave.ticksPerUnit = c.ticks;
+        StampClock clock(slave);
+        std::int64_t wrong = 0;
+        std::optional<std::int64_t> shift;
+        Time arrived{};
+        for (int i = 0; i < 3000; ++i) {
+            const Time now = 1s + i * c.cycle + (i > 1500 ? c.pause : 0ns);
+            const auto ticks = static_cast<std::uint64_t>(now.count()) * 1000 / c.unit_ps * c.ticks;
+            arrived = std::max<Time>(arrived, now + (random() % 100) * c.jitter / 100);
+            const int list = i % 3 == 0 ? 1 : 0;
+            const auto time = static_cast<std::int64_t>(
+                clock.time_ns(static_cast<std::uint8_t>(list),
+                              ticks & ((std::uint64_t{1} << 8 * c.size) - 1), arrived));
+            const std::int64_t off = time - now.count();
+            wrong += std::abs(off - shift.value_or(off)) > 1 ? 1 : 0;
+            shift = shift.value_or(off);
+        }
+        EXPECT_EQ(clock.untold() == 0, c.told) << c.size << " bytes of " << c.unit_ps;
+        EXPECT_TRUE(wrong == 0 || !c.told) << c.size << " bytes of " << c.unit_ps << ": " << wrong;
+    }
 }
 
 // ---- a recorded session ----

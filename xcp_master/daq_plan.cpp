@@ -2,6 +2,8 @@
 
 #include "session_error.h"
 
+#include <algorithm>
+
 namespace xcp_master {
 
 namespace {
@@ -14,10 +16,16 @@ std::string bytes_text(std::size_t bytes) {
     throw SessionError("list " + list + ": " + cause);
 }
 
+// Whole steps of the granularity.
+std::size_t max_entry_size(const DaqLimits& limits) {
+    return limits.maxEntrySize - limits.maxEntrySize % limits.entryGranularity;
+}
+
 void check_entry(const WantedList& list, const MeasuredValue& value, const DaqLimits& limits) {
-    if (limits.maxEntrySize > 0 && value.size > limits.maxEntrySize)
-        refuse(list.name, value.name + " has " + bytes_text(value.size) +
-                              ", the slave's largest ODT entry " + bytes_text(limits.maxEntrySize));
+    if (limits.maxEntrySize > 0 && max_entry_size(limits) == 0)
+        refuse(list.name, "the slave's largest ODT entry has " + bytes_text(limits.maxEntrySize) +
+                              ", its ODT entries a multiple of " +
+                              bytes_text(limits.entryGranularity));
     if (value.size % limits.entryGranularity != 0)
         refuse(list.name, value.name + " has " + bytes_text(value.size) +
                               ", the slave's ODT entries a multiple of " +
@@ -33,11 +41,13 @@ std::size_t room_in(std::size_t odt, const DaqLimits& limits) {
 DaqList fill(const WantedList& wanted, const DaqLimits& limits) {
     DaqList list{wanted.name, wanted.event, {}};
     std::size_t room = 0;
+    std::size_t taken = 0; // entries
     for (const MeasuredValue& value : wanted.values) {
         check_entry(wanted, value, limits);
-        const bool full = list.odts.empty() || list.odts.back().size() == most_entries;
-        if (full || value.size > room) {
+        const std::size_t entries = entries_of({value}, max_entry_size(limits)).size();
+        if (list.odts.empty() || taken + entries > most_entries || value.size > room) {
             room = room_in(list.odts.size(), limits);
+            taken = 0;
             list.odts.emplace_back();
         }
         if (value.size > room)
@@ -45,6 +55,7 @@ DaqList fill(const WantedList& wanted, const DaqLimits& limits) {
                                     ", a packet of at most " + bytes_text(limits.maxDto) +
                                     " has room for " + std::to_string(room));
         room -= value.size;
+        taken += entries;
         list.odts.back().push_back(value);
     }
     if (list.odts.size() > limits.maxOdts)
@@ -57,12 +68,25 @@ DaqList fill(const WantedList& wanted, const DaqLimits& limits) {
 
 } // namespace
 
+Odt entries_of(const Odt& odt, std::size_t maxEntrySize) {
+    Odt entries;
+    for (const MeasuredValue& value : odt) {
+        const std::size_t most = maxEntrySize == 0 ? value.size : maxEntrySize;
+        for (std::size_t done = 0; done < value.size; done += most)
+            entries.push_back({value.name, static_cast<std::uint32_t>(value.address + done),
+                               value.extension,
+                               static_cast<std::uint8_t>(std::min(most, value.size - done))});
+    }
+    return entries;
+}
+
 DaqPlan make_plan(const std::vector<WantedList>& wanted, const DaqLimits& limits) {
     if (wanted.size() > limits.maxLists)
         throw SessionError(std::to_string(wanted.size()) + " DAQ lists are asked for, " +
                            std::to_string(limits.maxLists) + " can be had");
     DaqPlan plan;
     plan.stamped = limits.timestampSize > 0;
+    plan.maxEntrySize = max_entry_size(limits);
     for (const WantedList& list : wanted)
         plan.lists.push_back(fill(list, limits));
     return plan;

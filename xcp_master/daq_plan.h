@@ -26,10 +26,15 @@ struct DaqList {
 };
 
 struct DaqPlan {
-    std::vector<DaqList> lists; // their numbers in the receiver are their places
-    bool stamped = true;        // the first ODT of each sample
-    std::uint16_t firstDaq = 0; // number of the first list in the slave
+    std::vector<DaqList> lists;   // their numbers in the receiver are their places
+    bool stamped = true;          // the slave stamps the first ODT of each sample
+    std::uint16_t firstDaq = 0;   // number of the first list in the slave
+    std::size_t maxEntrySize = 0; // bytes, of the slave's ODT entries; 0: not limited
 };
+
+// The ODT's entries in the slave: a value that is larger than an entry may be takes several, which
+// follow each other in the packet as its bytes do in memory.
+Odt entries_of(const Odt& odt, std::size_t maxEntrySize);
 
 // What the lists have to keep to.
 struct DaqLimits {

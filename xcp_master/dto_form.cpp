@@ -25,7 +25,16 @@ std::uint64_t number_of(std::span<const std::uint8_t> bytes, ByteOrder order) {
 bool is_own(const DaqProperties& slave) {
     return slave.identificationField == IdentificationField::relative_byte &&
            slave.order == ByteOrder::little && slave.minDaq == 0 && !slave.overloadInPid &&
-           (slave.timestampSize == 0 || (slave.unit_ps == 1000 && slave.ticksPerUnit == 1));
+           slave.timestampSize == xcp::timestamp_size && slave.unit_ps == 1000 &&
+           slave.ticksPerUnit == 1;
+}
+
+// 4 bytes of whole nanoseconds turn with the receiver's, or a whole number of its turns later.
+std::uint64_t simple_tick_ns(const DaqProperties& slave) {
+    const std::uint64_t nanosecond = std::uint64_t{1000} * slave.ticksPerUnit;
+    const bool simple =
+        slave.timestampSize == xcp::timestamp_size && slave.unit_ps % nanosecond == 0;
+    return simple ? slave.unit_ps / nanosecond : 0;
 }
 
 std::size_t size_of(const Odt& odt) {
@@ -39,8 +48,10 @@ std::size_t size_of(const Odt& odt) {
 
 DtoForm::DtoForm(const DaqProperties& slave, const DaqPlan& plan,
                  const std::vector<std::uint8_t>& firstPids)
-    : slave_(slave), limits_(limits_of(slave)), stamped_(plan.stamped), own_(is_own(slave)),
-      tick_ns_(slave.unit_ps / 1000 / std::max<std::uint64_t>(slave.ticksPerUnit, 1)) {
+    : slave_(slave), limits_(limits_of(slave)), own_(is_own(slave)),
+      tick_ns_(simple_tick_ns(slave)) {
+    if (tick_ns_ == 0 && slave.timestampSize > 0)
+        clock_.emplace(slave);
     for (std::size_t list = 0; list < plan.lists.size(); ++list) {
         auto& lengths = lengths_.emplace_back();
         for (const Odt& odt : plan.lists[list].odts) {
@@ -59,13 +70,13 @@ DtoForm::DtoForm(const DaqProperties& slave, const DaqPlan& plan,
     }
 }
 
-std::span<const std::uint8_t> DtoForm::take(std::span<const std::uint8_t> payload) {
+std::span<const std::uint8_t> DtoForm::take(std::span<const std::uint8_t> payload, Time arrival) {
     if (own_ && needs_nothing(payload))
         return payload;
     converted_.clear();
     xcp::MessageWalk messages(payload);
     for (xcp::Message message{}; messages.next(message);) {
-        const auto packet = message.is_daq() ? read(message.packet) : std::nullopt;
+        const auto packet = message.is_daq() ? read(message.packet, arrival) : std::nullopt;
         if (packet)
             append(message.ctr, *packet);
         else
@@ -88,13 +99,13 @@ bool DtoForm::is_exact(std::span<const std::uint8_t> packet) const {
     if (packet.size() < xcp::identification_size || packet[1] >= lengths_.size() ||
         packet[0] >= lengths_[packet[1]].size())
         return true; // no packet of the plan: nothing is known of it
-    const std::size_t stamp = stamped_ && packet[0] == 0 ? limits_.timestampSize : 0;
+    const std::size_t stamp = packet[0] == 0 ? limits_.timestampSize : 0;
     const std::size_t exact = xcp::identification_size + stamp + lengths_[packet[1]][packet[0]];
     return packet.size() <= exact || packet.size() > exact + most_padding;
 }
 
 // Empty for a packet that is too short for its own beginning.
-std::optional<DtoForm::Packet> DtoForm::read(std::span<const std::uint8_t> packet) {
+std::optional<DtoForm::Packet> DtoForm::read(std::span<const std::uint8_t> packet, Time arrival) {
     if (packet.size() < limits_.identificationSize)
         return {};
     std::uint8_t odt = packet[0];
@@ -116,14 +127,23 @@ std::optional<DtoForm::Packet> DtoForm::read(std::span<const std::uint8_t> packe
     Packet result{odt, list, {}, packet.subspan(limits_.identificationSize)};
     if (!length)
         return result;
-    if (stamped_ && odt == 0 && result.entries.size() >= limits_.timestampSize) {
+    if (odt == 0 && result.entries.size() >= limits_.timestampSize) {
         const auto stamp = result.entries.first(limits_.timestampSize);
-        result.timestamp_ns = static_cast<std::uint32_t>(number_of(stamp, slave_.order) * tick_ns_);
+        result.timestamp_ns = time_of(list, stamp, arrival);
         result.entries = result.entries.subspan(limits_.timestampSize);
     }
     if (result.entries.size() > *length && result.entries.size() <= *length + most_padding)
         result.entries = result.entries.first(*length);
     return result;
+}
+
+std::uint32_t DtoForm::time_of(std::uint8_t list, std::span<const std::uint8_t> stamp,
+                               Time arrival) {
+    const std::uint64_t ticks = number_of(stamp, slave_.order);
+    const std::uint64_t time_ns = stamp.empty() ? static_cast<std::uint64_t>(arrival.count())
+                                  : clock_      ? clock_->time_ns(list, ticks, arrival)
+                                                : ticks * tick_ns_;
+    return static_cast<std::uint32_t>(time_ns);
 }
 
 std::uint8_t DtoForm::list_of(std::span<const std::uint8_t> packet) const {

@@ -5,6 +5,7 @@
 
 #include "daq_plan.h"
 #include "slave_properties.h"
+#include "stamp_clock.h"
 
 #include <array>
 #include <atomic>
@@ -27,10 +28,17 @@ class DtoForm {
     // The same messages with every DAQ packet in the receiver's form: the payload itself when they
     // are in it already, else bytes that are valid until the next call. What is no packet of the
     // plan gets the form too, under its own numbers, for whoever counts such packets. One thread's.
-    std::span<const std::uint8_t> take(std::span<const std::uint8_t> payload);
+    //
+    // `arrival`, of any clock, is the time of samples whose slave has no timestamps, and tells the
+    // turns of short ones.
+    std::span<const std::uint8_t> take(std::span<const std::uint8_t> payload, Time arrival);
 
     // Packets in which the slave has told that it lost samples. Any thread.
     std::uint64_t overloads() const { return overloads_; }
+
+    // Samples whose time could not be told, since their timestamp may have turned more often than
+    // was noticed. Any thread.
+    std::uint64_t untold() const { return clock_ ? clock_->untold() : 0; }
 
   private:
     struct Place {
@@ -47,17 +55,18 @@ class DtoForm {
 
     bool needs_nothing(std::span<const std::uint8_t> payload) const;
     bool is_exact(std::span<const std::uint8_t> packet) const;
-    std::optional<Packet> read(std::span<const std::uint8_t> packet);
+    std::optional<Packet> read(std::span<const std::uint8_t> packet, Time arrival);
+    std::uint32_t time_of(std::uint8_t list, std::span<const std::uint8_t> stamp, Time arrival);
     std::uint8_t list_of(std::span<const std::uint8_t> packet) const;
     void append(std::uint16_t ctr, const Packet& packet);
     void append(std::uint16_t ctr, std::span<const std::uint8_t> packet);
 
     const DaqProperties slave_;
     const DaqLimits limits_;
-    const bool stamped_;
-    const bool own_; // the receiver's form, but perhaps for padding
-    const std::uint64_t tick_ns_;
-    std::vector<std::vector<std::size_t>> lengths_;    // by list and ODT
+    const bool own_;                                // the receiver's form, but perhaps for padding
+    const std::uint64_t tick_ns_;                   // of a timestamp that needs no more; else 0
+    std::optional<StampClock> clock_;               // of any other timestamp
+    std::vector<std::vector<std::size_t>> lengths_; // by list and ODT
     std::array<std::optional<Place>, 256> absolute_{}; // by ODT number
     std::vector<std::uint8_t> converted_;
     std::atomic<std::uint64_t> overloads_ = 0;

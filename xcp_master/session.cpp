@@ -37,13 +37,13 @@ void for_each_list(const DaqPlan& plan, Use&& use) {
         use(static_cast<std::uint16_t>(plan.firstDaq + i), plan.lists[i]);
 }
 
-// Calls `use(SET_DAQ_PTR to its first entry, ODT, list in words)` for each ODT.
+// Calls `use(SET_DAQ_PTR to its first entry, its entries, list in words)` for each ODT.
 template <class Use>
 void for_each_odt(const DaqPlan& plan, Use&& use) {
     for_each_list(plan, [&](std::uint16_t daq, const DaqList& list) {
         for (std::size_t i = 0; i < list.odts.size(); ++i)
-            use(xcp::SetDaqPtr{daq, static_cast<std::uint8_t>(i), 0}, list.odts[i],
-                "list " + list.name);
+            use(xcp::SetDaqPtr{daq, static_cast<std::uint8_t>(i), 0},
+                entries_of(list.odts[i], plan.maxEntrySize), "list " + list.name);
     });
 }
 
@@ -135,21 +135,23 @@ void Session::allocate(const DaqPlan& plan) {
         channel_.request(xcp::AllocOdt{daq, static_cast<std::uint8_t>(list.odts.size())},
                          "list " + list.name);
     });
-    for_each_odt(plan, [&](const xcp::SetDaqPtr& first, const Odt& odt, const std::string& list) {
-        const auto entries = static_cast<std::uint8_t>(odt.size());
-        channel_.request(xcp::AllocOdtEntry{first.daq, first.odt, entries}, list);
-    });
+    for_each_odt(plan,
+                 [&](const xcp::SetDaqPtr& first, const Odt& entries, const std::string& list) {
+                     const auto count = static_cast<std::uint8_t>(entries.size());
+                     channel_.request(xcp::AllocOdtEntry{first.daq, first.odt, count}, list);
+                 });
 }
 
 // The slave's pointer moves on with each entry, but not into the next ODT.
 void Session::write_entries(const DaqPlan& plan) {
-    for_each_odt(plan, [&](const xcp::SetDaqPtr& first, const Odt& odt, const std::string& list) {
-        channel_.request(first, list);
-        for (const MeasuredValue& value : odt)
-            channel_.request(
-                xcp::WriteDaq{xcp::WriteDaq::no_bit, value.size, value.extension, value.address},
-                place_text(value));
-    });
+    for_each_odt(plan,
+                 [&](const xcp::SetDaqPtr& first, const Odt& entries, const std::string& list) {
+                     channel_.request(first, list);
+                     for (const MeasuredValue& entry : entries)
+                         channel_.request(xcp::WriteDaq{xcp::WriteDaq::no_bit, entry.size,
+                                                        entry.extension, entry.address},
+                                          place_text(entry));
+                 });
 }
 
 std::vector<std::uint8_t> Session::select_lists(const DaqPlan& plan) {

@@ -248,12 +248,12 @@ void check_form(const DaqProperties& properties) {
                 throw SessionError("the slave's " + each.name + " is " + each.value + ", only " +
                                    what + " can be received");
     };
-    const std::uint64_t nanosecond = std::uint64_t{1000} * properties.ticksPerUnit;
+    const bool turns = properties.timestampSize <= 2 || properties.timestampSize == 4;
+    const bool counts = properties.ticksPerUnit > 0 && properties.unit_ps > 0;
     refuse_unless(properties.addressGranularity == 1, "address granularity", "1 byte");
     refuse_unless(properties.dynamic, "DAQ lists", "dynamic");
-    refuse_unless(properties.timestampSize == 4 && nanosecond > 0 && properties.unit_ps > 0 &&
-                      properties.unit_ps % nanosecond == 0,
-                  "timestamp", "4 bytes of whole nanoseconds");
+    refuse_unless(properties.timestampSize == 0 || (turns && counts), "timestamp",
+                  "1, 2 or 4 bytes of ticks, or none,");
 }
 
 DaqLimits limits_of(const DaqProperties& properties) {

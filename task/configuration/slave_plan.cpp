@@ -94,8 +94,12 @@ class WantedFinder {
     std::uint16_t find_event(const ListSection& list) {
         std::vector<std::string> names;
         for (const a2l::Event& event : file_.xcp().events) {
-            if (event.name == list.trigger || event.shortName == list.trigger)
+            if (event.name == list.trigger || event.shortName == list.trigger) {
+                if (event.packed)
+                    report(list.line, "event channel " + event.name +
+                                          " does packed DAQ only, which cannot be received");
                 return event.number;
+            }
             names.push_back(event.name);
         }
         report(list.line, names.empty()
@@ -191,7 +195,6 @@ WantedSlave find_wanted(const SpecFile& spec, const std::string& specPath, const
 std::vector<TableLine> table_of(const DaqPlan& plan, const SpecFile& spec,
                                 const WantedSlave& wanted) {
     std::vector<TableLine> table;
-    const unsigned char mode = plan.stamped ? MODE_TIMESTAMP : 0;
     for (std::size_t list = 0; list < plan.lists.size(); ++list) {
         auto listed = spec.lists[list].measurements.begin(); // in the order of the entries
         const int daqList = static_cast<int>(list);
@@ -201,7 +204,7 @@ std::vector<TableLine> table_of(const DaqPlan& plan, const SpecFile& spec,
                 const auto& signal = wanted.signals.at(listed->measurement);
                 const MeasurementLine place{listed->variable,      daqList,
                                             static_cast<int>(odt), static_cast<int>(i),
-                                            odts[odt][i].size,     mode};
+                                            odts[odt][i].size,     MODE_TIMESTAMP};
                 table.push_back({listed->line, place});
                 table.push_back({listed->line, conversion_line(listed->variable, daqList, signal)});
             }

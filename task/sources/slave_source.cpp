@@ -48,7 +48,7 @@ void SlaveSource::start(DatagramSink& sink) {
             form_.emplace(properties_, plan_, firstPids);
             link_.await_quiet();
             link_.open([this, &sink](std::span<const std::uint8_t> payload, Arrival arrival) {
-                sink.take(form_->take(payload), arrival);
+                sink.take(form_->take(payload, arrival.time_since_epoch()), arrival);
             });
         });
     } catch (const SessionError& error) {
