@@ -5,29 +5,66 @@
 
 #include <chrono>
 #include <cstdio>
+#include <cstdlib>
 #include <exception>
+#include <string>
 #include <thread>
 
 namespace task {
 
-Intake::Intake(bool sourceCanWait, FrameDump* dump, std::chrono::milliseconds hold)
-    : sourceCanWait_(sourceCanWait), dump_(dump), order_(hold, api_xcp_daq_push_frame) {}
+using namespace std::chrono_literals;
+
+Intake::Intake(bool sourceCanWait, FrameDump* dump, std::chrono::milliseconds hold,
+               SampleTimeWatch& times)
+    : sourceCanWait_(sourceCanWait), dump_(dump), times_(times),
+      samples_(hold, api_xcp_daq_push_frame),
+      datagrams_(hold, [this](std::span<const std::uint8_t> payload, Arrival arrival) {
+          hand_over(payload, arrival);
+      }) {}
 
 void Intake::take(std::span<const std::uint8_t> payload, Arrival arrival) noexcept {
+    constexpr std::size_t most_frames = 10'000;
     if (sourceCanWait_)
-        wait_for_worker();
-    attempt([&] { hand_over(payload, arrival); });
+        wait_for_worker(most_frames);
+    const std::lock_guard lock(mutex_);
+    attempt([&] { datagrams_.take(payload, arrival); });
 }
 
-void Intake::begin_session(Arrival) noexcept {
+void Intake::begin_session(std::string_view why) noexcept {
+    const std::lock_guard lock(mutex_);
+    attempt([&] {
+        datagrams_.flush();
+        break_off(why);
+    });
+}
+
+// What has gone to the library is decoded first: the gap lies behind it.
+void Intake::break_off(std::string_view why) {
+    samples_.begin_session();
+    wait_for_worker(0);
     counter_.begin_session();
-    attempt([&] { order_.begin_session(); });
+    times_.expect_gap(std::string(why));
 }
 
-// The time of what comes out of a file is not the time of this moment.
+// The time of what comes out of a file is not the time of this moment. While a datagram is being
+// taken there is nothing to let go, and the taking may wait for this thread.
 void Intake::advance() {
-    if (!sourceCanWait_)
-        order_.advance(SampleOrder::Clock::now());
+    attempt([&] { samples_.keep_alive(); });
+    const std::unique_lock lock(mutex_, std::try_to_lock);
+    if (sourceCanWait_ || !lock)
+        return;
+    attempt([&] {
+        datagrams_.advance(std::chrono::steady_clock::now());
+        samples_.advance(std::chrono::steady_clock::now());
+    });
+}
+
+void Intake::flush() {
+    const std::lock_guard lock(mutex_);
+    attempt([&] {
+        datagrams_.flush();
+        samples_.flush();
+    });
 }
 
 template <class Act>
@@ -41,18 +78,31 @@ void Intake::attempt(const Act& act) noexcept {
 }
 
 void Intake::hand_over(std::span<const std::uint8_t> payload, Arrival arrival) {
+    if (begins_anew(payload, arrival)) {
+        ++restarts_;
+        break_off("the slave's CTR and its clock began anew");
+    }
     counter_.take(payload);
     if (dump_ != nullptr)
         dump_->take(payload);
     packets_.take(payload, [&](const std::uint8_t* data, std::uint64_t length) {
-        order_.take({data, length}, arrival);
+        samples_.take({data, length}, arrival);
     });
 }
 
-void Intake::wait_for_worker() const {
-    constexpr std::size_t frames = 10'000;
+// Lost messages leave the slave's clock where it is. When only a few are lost or late, others may
+// have waited for a busy host as well.
+bool Intake::begins_anew(std::span<const std::uint8_t> payload, Arrival arrival) const {
+    constexpr int few = 4096;
+    const auto skipped = static_cast<std::int16_t>(counter_.skipped_before(payload));
+    return skipped != 0 &&
+           samples_.off_by(payload, arrival) > (std::abs(skipped) < few ? 1s : 100ms);
+}
+
+// Until no more are in its queue.
+void Intake::wait_for_worker(std::size_t frames) const {
     while (waits_ && XCPFrameBuffer.size() > frames)
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        std::this_thread::sleep_for(1ms);
 }
 
 } // namespace task

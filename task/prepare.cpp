@@ -37,6 +37,17 @@ std::multimap<std::string, std::string> variables_of(const SpecFile& spec) {
     return variables;
 }
 
+// Limits that are the same say nothing.
+PlausibleRanges ranges_of(const SpecFile& spec, const WantedSlave& wanted) {
+    PlausibleRanges ranges;
+    for (const ListSection& list : spec.lists)
+        for (const ListedMeasurement& each : list.measurements)
+            if (const a2l::Signal& signal = wanted.signals.at(each.measurement);
+                signal.lower < signal.upper)
+                ranges.emplace(each.variable, PlausibleRange{signal.lower, signal.upper});
+    return ranges;
+}
+
 std::unique_ptr<SlaveSource> make_slave_source(const Options& options, const SpecFile& spec,
                                                const a2l::File& file, SlaveSettings settings) {
     if (options.source == SourceKind::simulate)
@@ -70,8 +81,9 @@ Prepared prepare_slave(const Options& options, SpecFile spec, const TerminationS
     const xcp_master::DaqPlan& plan = source->make_plan(wanted.lists);
     show(properties_text(slave) + plan_text(plan, limits, slave.events));
     std::vector<TableLine> table = table_of(plan, spec, wanted);
+    PlausibleRanges ranges = ranges_of(spec, wanted);
     Configuration configuration = configure(options, std::move(spec), std::move(table));
-    return {std::move(configuration), std::move(source)};
+    return {std::move(configuration), std::move(source), std::move(ranges)};
 }
 
 } // namespace
@@ -83,7 +95,7 @@ Prepared prepare(api_xcp_daq& daq, const Options& options, const TerminationSign
         return prepare_slave(options, std::move(spec), signals, protocolLog);
     Configuration configuration =
         configure(options, std::move(spec), read_measurement_table(options.table));
-    return {std::move(configuration), make_source(options)};
+    return {std::move(configuration), make_source(options), {}};
 }
 
 } // namespace task

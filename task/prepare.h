@@ -3,6 +3,7 @@
 
 #include "options.h"
 #include "task/configuration/configuration.h"
+#include "task/output/limit_watch.h"
 #include "task/output/protocol_log.h"
 #include "task/sources/datagram_source.h"
 #include "termination_signals.h"
@@ -15,6 +16,7 @@ namespace task {
 struct Prepared {
     Configuration configuration;
     std::unique_ptr<DatagramSource> source;
+    PlausibleRanges ranges; // as the A2L file has them
 };
 
 // Reads the files, connects to a slave that is to be set up, and configures library and stand-in.

@@ -17,6 +17,7 @@
 #include "termination_signals.h"
 #include "worker.h"
 
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <iostream>
@@ -44,22 +45,30 @@ std::uint64_t values_written() {
     return values;
 }
 
+// In the time of samples, nanoseconds: five cycles of the slowest list.
+std::int64_t longest_step(const DatagramSource& source) {
+    std::uint64_t longest = 1'000'000'000;
+    for (const auto& list : source.lists())
+        longest = std::max(longest, 5 * list.cycle_ns);
+    return static_cast<std::int64_t>(longest);
+}
+
 // Whatever ends it, the source is stopped before the worker, and after a failure or a second signal
 // nothing is waited for.
 class Run {
   public:
-    Run(const Options& options, api_xcp_daq& daq, TerminationSignals& signals,
-        std::unique_ptr<DatagramSource> source)
-        : options_(options), daq_(daq), signals_(signals), source_(std::move(source)) {
+    Run(const Options& options, api_xcp_daq& daq, TerminationSignals& signals, Prepared prepared)
+        : options_(options), daq_(daq), signals_(signals), source_(std::move(prepared.source)) {
         const auto noRoom = source_->can_wait() ? NoRoom::waits : NoRoom::loses;
         const auto urgent = [&signals] { return signals.urgent(); };
         if (options.dump)
             dump_.emplace(noRoom, urgent);
-        intake_.emplace(source_->can_wait(), dump_ ? &*dump_ : nullptr,
-                        std::chrono::milliseconds(options.hold));
         if (options.record)
             recorder_.emplace(*options.record, noRoom, urgent);
-        observer_.emplace(recorder_ ? &*recorder_ : nullptr);
+        observer_.emplace(recorder_ ? &*recorder_ : nullptr, prepared.ranges);
+        observer_->watch().allow_step(longest_step(*source_));
+        intake_.emplace(source_->can_wait(), dump_ ? &*dump_ : nullptr,
+                        std::chrono::milliseconds(options.hold), observer_->watch());
     }
 
     ~Run() { signals_.hurry(); } // whatever failed, the recorder's thread ends
@@ -69,8 +78,11 @@ class Run {
             print("dump in " + dump_->path() + "\n");
         receive();
         const RunCounts last = counts();
-        const auto speaksAgainst = doubts(last, observer_->watch(), intake_->packets());
-        print(variable_table() + closing_counts(last) + trust_text(speaksAgainst));
+        const TimingWatch timing = intake_->timing();
+        const Findings findings{observer_->watch(), intake_->packets(), observer_->limits(), timing,
+                                source_->lists(),   source_->notes()};
+        const auto speaksAgainst = doubts(last, findings);
+        print(variable_table() + closing_counts(last, findings) + trust_text(speaksAgainst));
         const ExitStatus status = judge(speaksAgainst.empty());
         if (recorder_)
             recorder_->close();
@@ -84,9 +96,7 @@ class Run {
     // From its construction on datagrams come, until its destruction.
     class Receiving {
       public:
-        explicit Receiving(Run& run) : run_(run) {
-            run_.source_->start(*run_.intake_);
-        }
+        explicit Receiving(Run& run) : run_(run) { run_.source_->start(*run_.intake_); }
         ~Receiving() {
             run_.intake_->stop_waiting();
             run_.source_->stop();
@@ -139,6 +149,8 @@ class Run {
                 .waiting = XCPFrameBuffer.size(),
                 .misfits = intake_->packets().misfits(),
                 .order = intake_->order(),
+                .putRight = intake_->put_right(),
+                .gaps = observer_->watch().gaps(),
                 .seconds = elapsed.count(),
                 .silence = silence_};
     }
@@ -156,9 +168,9 @@ class Run {
     TerminationSignals& signals_;
     const std::unique_ptr<DatagramSource> source_;
     std::optional<FrameDump> dump_;
-    std::optional<Intake> intake_;
     std::optional<CsvRecorder> recorder_;
     std::optional<ValueObserver> observer_;
+    std::optional<Intake> intake_;
     Clock::time_point start_;
     double silence_ = 0; // seconds, known at the end
 };
@@ -188,7 +200,7 @@ ExitStatus run(const Options& options) {
             protocolLog.emplace(*options.protocolLog);
         Prepared prepared = prepare(daq, options, signals, protocolLog ? &*protocolLog : nullptr);
         api_xcp_daq::dumpInfo();
-        return Run(options, daq, signals, std::move(prepared.source)).execute();
+        return Run(options, daq, signals, std::move(prepared)).execute();
     } catch (const io::FileError& error) {
         throw Failure(ExitStatus::file, error.what());
     }

@@ -85,9 +85,9 @@ TEST(A2l, ReadsTheExample) {
         const char* unit;
     };
     const Row rows[] = {
-        {"engSpeed", DataType::uword, ByteOrder::big, 0x20001000, 0.125, 0, 0, 8000, "rpm"},
-        {"torque", DataType::uword, ByteOrder::little, 0x20001004, 0.0125, -400, -400, 400, "Nm"},
-        {"crankCount", DataType::a_uint64, ByteOrder::little, 0x20001008, 1, 0, 0, 1.8e19,
+        {"engSpeed", DataType::uword, ByteOrder::big, 0x20001000, 0.125, 0, 0, 8192, "rpm"},
+        {"torque", DataType::uword, ByteOrder::little, 0x20001004, 0.0125, -400, -420, 420, "Nm"},
+        {"crankCount", DataType::a_uint64, ByteOrder::little, 0x20001008, 1, 0, 0, 1.9e19,
          "counts"},
         {"oilTemp", DataType::sword, ByteOrder::little, 0x20001020, 0.1, -40, -40, 180, "degC"},
         {"lambda", DataType::float32_ieee, ByteOrder::little, 0x20001024, 1, 0, 0.5, 2, ""},

@@ -81,7 +81,7 @@ std::vector<Write> run() {
         void take(std::span<const std::uint8_t> payload, task::Arrival) noexcept override {
             api_xcp_daq_push_frame(payload.data(), payload.size());
         }
-        void begin_session(task::Arrival) noexcept override {}
+        void begin_session(std::string_view) noexcept override {}
     } library;
     capture.deliver_all({}, library);
     while (XCPFrameBuffer.size() > 0)

@@ -83,7 +83,7 @@ std::pair<Bytes, std::uint64_t> payloads_in(const std::string& path) {
         void take(std::span<const std::uint8_t> payload, task::Arrival) noexcept override {
             payloads.insert(payloads.end(), payload.begin(), payload.end());
         }
-        void begin_session(task::Arrival) noexcept override {}
+        void begin_session(std::string_view) noexcept override {}
         Bytes payloads;
     } sink;
     capture.deliver_all({}, sink);
@@ -482,9 +482,8 @@ class SampleOrders {
     void take(const Bytes& packet, std::int64_t now_us) {
         order.take(table::message(packet), at(now_us));
     }
-    static task::SampleOrder::Clock::time_point at(std::int64_t now_us) {
-        return task::SampleOrder::Clock::time_point(std::chrono::hours(1)) +
-               std::chrono::microseconds(now_us);
+    static task::Arrival at(std::int64_t now_us) {
+        return task::Arrival(std::chrono::hours(1)) + std::chrono::microseconds(now_us);
     }
 
     task::SampleOrder order;
@@ -627,6 +626,8 @@ TEST(CsvRecorder, NeverWaitsForADiskThatCannotFollow) {
 
 TEST(CsvRecorder, TellsADiskFromFormattingThatCannotFollow) {
     const auto& variable = VariableStore::instance().define("v", VariableKind::real, "");
+    for (int i = 0; i < 100; ++i) // empty cells
+        VariableStore::instance().define(fmt::format("w{}", i), VariableKind::real, "");
     task::CsvRecorder recorder("/dev/null", task::NoRoom::loses, never);
     for (int i = 0; i < too_many; ++i)
         recorder.take(variable, i / 7.0, {7, i});

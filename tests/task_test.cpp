@@ -83,7 +83,8 @@ TEST(Task, ReportsWhatARecordingHolds) {
                     "datagrams     27 \\(128928 bytes\\)\nmessages      5310\nDAQ packets   5308\n"
                     "values        20220\nrate          \\d+ values/s over [1-9][0-9.]* s\n"
                     "CTR gaps      0 \\(0 messages missing, 0 late, 0 repeated\\)\n"
-                    "kernel drops  0\npriority      22 .*\ntrust         yes: .*\n$"))
+                    "kernel drops  0\npriority      22 .*\nslave clock   .*\nheld          .*\n"
+                    "trust         yes: .*\n$"))
         << end.output;
 }
 
@@ -201,30 +202,34 @@ TEST(TaskTypes, EveryTypeArrivesFromASlaveAndFromADump) {
 TEST(TaskTrust, LosesItToEveryFaultOfTheSlave) {
     struct Case {
         std::string faults;
+        std::string hold;
         std::string counts; // regular expressions
         std::string doubts;
     };
+    const std::string raised = "  \\d+ samples came later than they could be held: .*\n";
     const std::string lost = "  packets were lost .see the counts.\n";
     const std::string late = "  \\d+ messages came out of order\n";
     const std::string twice = "  \\d+ messages came twice\n";
     const std::string jumps = "  the sample time jumped \\d+ times\n(    at engSpeed: .*\n){3}";
     const std::vector<Case> cases = {
-        {"lost", "[1-9]\\d* \\([1-9]\\d* messages missing, 0 late, 0 repeated", lost},
-        {"repeated", "0 \\(0 messages missing, 0 late, [1-9]\\d* repeated", twice},
-        {"late", "[1-9]\\d* \\(0 messages missing, [1-9]\\d* late, 0 repeated",
-         late}, // put into order
-        {"jump", "0 \\(0 messages missing, 0 late, 0 repeated", jumps},
-        {"lost,repeated,late,jump", "[1-9].*", lost + late + twice + jumps},
+        {"lost", "10", "[1-9]\\d* \\([1-9]\\d* messages missing, 0 late, 0 repeated", lost},
+        {"repeated", "10", "0 \\(0 messages missing, 0 late, [1-9]\\d* repeated", twice},
+        {"late", "0", "[1-9]\\d* \\(0 messages missing, [1-9]\\d* late, 0 repeated", late + raised},
+        {"jump", "10", "0 \\(0 messages missing, 0 late, 0 repeated", jumps},
+        {"lost,repeated,late,jump", "0", "[1-9].*", lost + late + twice + raised + jumps},
     };
     for (const Case& c : cases) {
-        const auto end =
-            run_task(simulated({"--faults", c.faults, "--seconds", "0.6", "--strict"}));
+        const auto end = run_task(
+            simulated({"--faults", c.faults, "--hold", c.hold, "--seconds", "0.6", "--strict"}));
         EXPECT_EQ(end.status, 2) << c.faults;
         EXPECT_EQ(end.errors, "") << "what went out has arrived";
         EXPECT_TRUE(has(end.output, "CTR gaps      " + c.counts) &&
                     has(end.output, "trust         no:\n" + c.doubts + "$"))
             << end.output;
     }
+    const auto held = run_task(simulated({"--faults", "late", "--seconds", "0.6", "--strict"}));
+    EXPECT_EQ(held.status, 0) << held.output;
+    EXPECT_TRUE(has(held.output, "\nput right     [1-9]\\d* datagrams that were overtaken\n"));
 }
 
 // Packets that do not fit the table, from a file of frames.

@@ -70,6 +70,13 @@ void MessageCounter::begin_session() {
     missed_.reset();
 }
 
+std::uint16_t MessageCounter::skipped_before(std::span<const std::uint8_t> payload) const {
+    xcp::Message message{};
+    if (!xcp::MessageWalk(payload).next(message))
+        return 0;
+    return static_cast<std::uint16_t>(message.ctr - expected_.value_or(message.ctr));
+}
+
 MessageCounts MessageCounter::counts() const {
     return {datagrams_, bytes_,    messages_, daqPackets_, gaps_,         missing_,
             late_,      repeated_, cutOff_,   overloads_,  terminations_, lastDaqPacket_};

@@ -31,6 +31,10 @@ class MessageCounter {
   public:
     void take(std::span<const std::uint8_t> payload);
     void begin_session(); // CTR begins anew; by the receiving thread
+
+    // How many messages the counter has skipped before the first one in there; of one from the past
+    // it is more than half of the counter's turn.
+    std::uint16_t skipped_before(std::span<const std::uint8_t> payload) const;
     MessageCounts counts() const;
 
   private:

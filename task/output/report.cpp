@@ -3,10 +3,13 @@
 #include "api_xcp_daq.h"
 #include "host/standin/task_services.h"
 #include "host/standin/variable_store.h"
+#include "task/sources/library_feed.h"
 
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <chrono>
+#include <cmath>
 #include <iterator>
 #include <vector>
 
@@ -22,10 +25,12 @@ std::string value_text(const Sample& sample) {
     return sample.updates == 0 ? "-" : fmt::format("{:.15g}", sample.value);
 }
 
+std::string time_text(const timespec& time) {
+    return fmt::format("{}.{:09}", time.tv_sec, time.tv_nsec);
+}
+
 std::string time_text(const Sample& sample) {
-    return sample.updates == 0
-               ? "never"
-               : fmt::format("{}.{:09}", sample.sampleTime.tv_sec, sample.sampleTime.tv_nsec);
+    return sample.updates == 0 ? "never" : time_text(sample.sampleTime);
 }
 
 std::vector<std::string> variables_updated(std::uint64_t times) {
@@ -54,8 +59,9 @@ std::size_t unbound_entries() {
     std::size_t count = 0;
     for (const xcpDAQList& list : appData.daqList)
         count += static_cast<std::size_t>(
-            std::count_if(list.odtEntryMap.begin(), list.odtEntryMap.end(),
-                          [](const auto& place) { return place.second->hostVar == nullptr; }));
+            std::count_if(list.odtEntryMap.begin(), list.odtEntryMap.end(), [](const auto& place) {
+                return place.second->hostVar == nullptr && place.second->name != tick_entry;
+            }));
     return count;
 }
 
@@ -65,6 +71,8 @@ std::string remarks(const RunCounts& counts) {
     std::string text;
     if (counts.misfits || counts.untimed > 0)
         text += "  misfit";
+    if (counts.gaps > 0)
+        text += fmt::format("  {} gaps", counts.gaps);
     if (const std::uint64_t foreign = counts.losses.foreign; foreign > 0)
         text += fmt::format("  {} datagrams from elsewhere not taken", foreign);
     return text;
@@ -98,7 +106,39 @@ std::string variable_table() {
     return text;
 }
 
-std::string closing_counts(const RunCounts& counts) {
+static double milliseconds(std::chrono::nanoseconds duration) {
+    return std::chrono::duration<double, std::milli>(duration).count();
+}
+
+// Of a list, by the times of its samples.
+static double expected_samples(const TimingWatch::List& list, std::uint64_t cycle_ns) {
+    return static_cast<double>(list.span_ns) / static_cast<double>(cycle_ns) +
+           static_cast<double>(list.sessions);
+}
+
+static std::string timing_text(const RunCounts& counts, const Findings& findings) {
+    std::string text;
+    const auto out = std::back_inserter(text);
+    const auto lists = findings.timing.lists();
+    for (std::size_t i = 0; i < findings.lists.size(); ++i) {
+        const auto& [name, cycle_ns] = findings.lists[i];
+        fmt::format_to(out, "samples       {} of {}", lists[i].samples, name);
+        if (cycle_ns > 0)
+            fmt::format_to(out, ", {:.0f} expected", expected_samples(lists[i], cycle_ns));
+        text += '\n';
+    }
+    if (const auto clocks = findings.timing.clocks(); clocks.seconds > 0)
+        fmt::format_to(out, "slave clock   {:+.1f} ppm against the host's, over {:.1f} s\n",
+                       clocks.drift_ppm, clocks.seconds);
+    if (const Delays& delays = counts.order.delays; delays.count() > 0)
+        fmt::format_to(out, "held          {:.1f} ms in the median, {:.1f} ms at most (--hold)\n",
+                       milliseconds(delays.median()), milliseconds(delays.largest()));
+    if (counts.putRight > 0)
+        fmt::format_to(out, "put right     {} datagrams that were overtaken\n", counts.putRight);
+    return text;
+}
+
+std::string closing_counts(const RunCounts& counts, const Findings& findings) {
     const MessageCounts& m = counts.messages;
     std::string text;
     const auto out = std::back_inserter(text);
@@ -122,6 +162,14 @@ std::string closing_counts(const RunCounts& counts) {
         fmt::format_to(out, "not taken     {} datagrams: out of memory\n", counts.failures);
     if (counts.waiting > 0)
         fmt::format_to(out, "not decoded   {} frames\n", counts.waiting);
+    text += timing_text(counts, findings);
+    for (const SampleTimeWatch::Gap& gap : findings.times.first_gaps())
+        fmt::format_to(out, "gap           from {} to {}: {}\n", time_text(gap.from),
+                       time_text(gap.to), gap.why);
+    for (const std::string& line : findings.limits.lines())
+        fmt::format_to(out, "limit         {}\n", line);
+    for (const std::string& line : findings.notes)
+        fmt::format_to(out, "note          {}\n", line);
     return text;
 }
 
@@ -131,8 +179,33 @@ static double longest_silence(const RunCounts& counts) {
     return std::max(least, 5 * counts.seconds / static_cast<double>(counts.messages.datagrams));
 }
 
-std::vector<std::string> doubts(const RunCounts& counts, const SampleTimeWatch& times,
-                                const PacketWatch& packets) {
+// Of the slave's clock, and of the samples that it should have taken.
+static std::vector<std::string> timing_doubts(const Findings& findings) {
+    constexpr double shortest_proof = 10.0;   // seconds
+    constexpr double greatest_drift = 1000.0; // ppm
+    constexpr double least_part = 0.99;       // of the samples
+    std::vector<std::string> lines;
+    const auto lists = findings.timing.lists();
+    for (std::size_t i = 0; i < findings.lists.size(); ++i) {
+        const auto& [name, cycle_ns] = findings.lists[i];
+        const double expected = cycle_ns == 0 ? 0 : expected_samples(lists[i], cycle_ns);
+        if (static_cast<double>(lists[i].samples) < least_part * expected - 1)
+            lines.push_back(fmt::format("{}: {} samples came of {:.0f} that its cycle has", name,
+                                        lists[i].samples, expected));
+    }
+    const auto clocks = findings.timing.clocks();
+    if (clocks.jumps > 0)
+        lines.push_back(fmt::format("the slave's clock jumped {} times against the host's, by up "
+                                    "to {:+.3f} s",
+                                    clocks.jumps, clocks.largestJump));
+    if (clocks.seconds >= shortest_proof && std::abs(clocks.drift_ppm) > greatest_drift)
+        lines.push_back(
+            fmt::format("the slave's clock runs {:+.0f} ppm against the host's", clocks.drift_ppm));
+    return lines;
+}
+
+std::vector<std::string> doubts(const RunCounts& counts, const Findings& findings) {
+    const SampleTimeWatch& times = findings.times;
     std::vector<std::string> lines;
     if (counts.messages.daqPackets == 0)
         lines.emplace_back("no DAQ packet came");
@@ -149,7 +222,7 @@ std::vector<std::string> doubts(const RunCounts& counts, const SampleTimeWatch& 
         lines.push_back(fmt::format("{} messages came out of order", counts.messages.late));
     if (counts.messages.repeated > 0)
         lines.push_back(fmt::format("{} messages came twice", counts.messages.repeated));
-    for (std::string& line : packets.doubts())
+    for (std::string& line : findings.packets.doubts())
         lines.push_back(std::move(line));
     if (counts.untimed > 0)
         lines.push_back(fmt::format("{} values without a sample time", counts.untimed));
@@ -161,12 +234,19 @@ std::vector<std::string> doubts(const RunCounts& counts, const SampleTimeWatch& 
     if (counts.order.overflows > 0)
         lines.push_back(
             fmt::format("{} samples could not be held for want of memory", counts.order.overflows));
+    if (counts.losses.untold > 0)
+        lines.push_back(fmt::format("{} samples came after a pause of several turns of the slave's "
+                                    "timestamp: their time is a guess",
+                                    counts.losses.untold));
+    if (counts.gaps > 0)
+        lines.push_back(fmt::format("the slave was away {} times", counts.gaps));
+    for (std::string& line : timing_doubts(findings))
+        lines.push_back(std::move(line));
     if (times.jumps() > 0)
         lines.push_back(fmt::format("the sample time jumped {} times", times.jumps()));
     for (const SampleTimeWatch::Jump& jump : times.first_jumps())
-        lines.push_back(fmt::format("  at {}: from {}.{:09} to {}.{:09}", jump.variable,
-                                    jump.from.tv_sec, jump.from.tv_nsec, jump.to.tv_sec,
-                                    jump.to.tv_nsec));
+        lines.push_back(fmt::format("  at {}: from {} to {}", jump.variable, time_text(jump.from),
+                                    time_text(jump.to)));
     for (const Variable& variable : VariableStore::instance().variables())
         if (const std::uint64_t held = variable.held_values(); held > 0)
             lines.push_back(fmt::format("{}: {} values beyond 32 bits were held at the ends",

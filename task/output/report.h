@@ -1,11 +1,13 @@
 #pragma once
 // What a run says on standard output: a line a second, and the closing table with the counts.
 
+#include "limit_watch.h"
 #include "message_counter.h"
 #include "packet_watch.h"
 #include "sample_time_watch.h"
 #include "task/sources/datagram_source.h"
 #include "task/sources/sample_order.h"
+#include "timing_watch.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -23,6 +25,8 @@ struct RunCounts {
     std::size_t waiting = 0;    // frames in the library's queue
     bool misfits = false;       // packets that the measurement table does not lay out
     SampleOrder::Counts order;  // samples that were put into order
+    std::uint64_t putRight = 0; // datagrams that were
+    std::uint64_t gaps = 0;     // in which the slave was away
     double seconds = 0.0;       // since the start
     double silence = 0.0;       // seconds without a DAQ packet, up to the end
 };
@@ -37,11 +41,20 @@ std::string progress_line(const RunCounts& now, const RunCounts& before);
 // Every variable of the store, and the measurements that no variable takes.
 std::string variable_table();
 
-std::string closing_counts(const RunCounts& counts);
+// What is known at the end beside the counts.
+struct Findings {
+    const SampleTimeWatch& times;
+    const PacketWatch& packets;
+    const LimitWatch& limits;
+    const TimingWatch& timing;
+    std::vector<DatagramSource::ListInfo> lists; // empty when they are not known
+    std::vector<std::string> notes;
+};
+
+std::string closing_counts(const RunCounts& counts, const Findings& findings);
 
 // What speaks against the run, a line each; empty when it can be trusted.
-std::vector<std::string> doubts(const RunCounts& counts, const SampleTimeWatch& times,
-                                const PacketWatch& packets);
+std::vector<std::string> doubts(const RunCounts& counts, const Findings& findings);
 
 std::string trust_text(const std::vector<std::string>& doubts);
 

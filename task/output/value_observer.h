@@ -3,6 +3,7 @@
 
 #include "csv_recorder.h"
 #include "host/standin/variable_store.h"
+#include "limit_watch.h"
 #include "sample_time_watch.h"
 
 namespace task {
@@ -11,7 +12,8 @@ namespace task {
 class ValueObserver : public halmor_standin::WriteObserver {
   public:
     // Null when nothing is recorded; not owned.
-    explicit ValueObserver(CsvRecorder* recorder) : recorder_(recorder) {
+    ValueObserver(CsvRecorder* recorder, const PlausibleRanges& ranges)
+        : limits_(ranges), recorder_(recorder) {
         halmor_standin::VariableStore::observe(this);
     }
     ~ValueObserver() override { halmor_standin::VariableStore::observe(nullptr); }
@@ -21,14 +23,18 @@ class ValueObserver : public halmor_standin::WriteObserver {
     void written(const halmor_standin::Variable& variable, double value,
                  const timespec& sampleTime) override {
         watch_.take(variable, sampleTime);
+        limits_.take(variable, value, sampleTime);
         if (recorder_ != nullptr)
             recorder_->take(variable, value, sampleTime);
     }
 
+    SampleTimeWatch& watch() { return watch_; }
     const SampleTimeWatch& watch() const { return watch_; }
+    const LimitWatch& limits() const { return limits_; }
 
   private:
     SampleTimeWatch watch_;
+    LimitWatch limits_;
     CsvRecorder* const recorder_;
 };
 

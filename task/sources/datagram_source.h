@@ -6,12 +6,13 @@
 #include <functional>
 #include <span>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace task {
 
 // When a datagram came: by the steady clock or, out of a file, by the clock that it was recorded
-// with. Only differences count.
+// with. Only differences count. The clock's beginning where it is not known.
 using Arrival = std::chrono::steady_clock::time_point;
 
 // Payload of whole messages, valid during the call.
@@ -25,8 +26,9 @@ class DatagramSink {
     // Payload of one datagram, valid during the call.
     virtual void take(std::span<const std::uint8_t> payload, Arrival arrival) noexcept = 0;
 
-    // What follows belongs to another session: the slave's CTR and its clock have begun anew.
-    virtual void begin_session(Arrival arrival) noexcept = 0;
+    // What follows belongs to another session: the slave's CTR and its clock have begun anew. Says
+    // why, for the one who reads of the gap.
+    virtual void begin_session(std::string_view why) noexcept = 0;
 };
 
 class DatagramSource {
@@ -57,8 +59,19 @@ class DatagramSource {
         std::uint64_t kernelDrops = 0;
         std::uint64_t foreign = 0;   // from another address or port, or not UDP at all
         std::uint64_t overloads = 0; // packets by which the slave told that it lost samples
+        std::uint64_t untold = 0;    // samples whose short timestamp does not tell their time
     };
     virtual Losses losses() const = 0;
+
+    // By DAQ list, what is known of it before start(); empty when somebody else has set it up.
+    struct ListInfo {
+        std::string name;
+        std::uint64_t cycle_ns; // 0: not cyclic, or not known
+    };
+    virtual std::vector<ListInfo> lists() const { return {}; }
+
+    // What is to be known of the run, a line each.
+    virtual std::vector<std::string> notes() const { return {}; }
 
     // After stop(), when all that was handed on has been decoded: a line for each variable that has
     // not got what the source knows it has sent. Most sources know nothing.

@@ -7,7 +7,6 @@
 #include <fmt/format.h>
 
 #include <cerrno>
-#include <chrono>
 #include <cstring>
 #include <limits>
 #include <vector>
@@ -45,7 +44,7 @@ void FrameFile::deliver_all(const std::stop_token& stop, DatagramSink& sink) {
                                                record, frame.size()));
         payload.clear();
         xcp::append_message(payload, ctr++, frame);
-        sink.take(payload, std::chrono::steady_clock::now());
+        sink.take(payload, Arrival{});
     }
 }
 

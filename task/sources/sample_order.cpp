@@ -1,11 +1,12 @@
 #include "sample_order.h"
 
+#include "api_xcp_daq.h"
 #include "xcp/byte_order.h"
 #include "xcp/message.h"
 
 #include <algorithm>
-#include <cmath>
 #include <limits>
+#include <utility>
 
 namespace task {
 
@@ -13,88 +14,122 @@ namespace {
 
 constexpr std::int64_t never = std::numeric_limits<std::int64_t>::min();
 constexpr std::size_t most_held = 16'777'216; // bytes
-constexpr std::int64_t second = 1'000'000'000;
-constexpr std::int64_t wrap = std::int64_t{1} << 32; // of a timestamp, in nanoseconds
+
+std::span<const std::uint8_t> whole(const xcp::Message& message) {
+    return {message.packet.data() - xcp::message_header_size,
+            message.packet.size() + xcp::message_header_size};
+}
 
 } // namespace
 
-SampleOrder::SampleOrder(std::chrono::milliseconds hold, PayloadSink sink)
-    : hold_(hold), sink_(std::move(sink)), due_ns_(never) {
-    for (std::size_t number = 0; number < lists_.size(); ++number) {
-        const xcpDAQList& table = appData.daqList[number];
-        List& list = lists_[number];
-        for (const auto& [place, entry] : table.odtEntryMap) {
+// Before the feed adds to the table.
+SampleOrder::Lists SampleOrder::stamped_lists() {
+    Lists lists;
+    for (std::size_t number = 0; number < lists.size(); ++number)
+        for (const auto& [place, entry] : appData.daqList[number].odtEntryMap) {
             const auto& [odt, index] = place;
             if (odt < 0 || odt > xcp::last_daq_pid || (entry->daqMode & MODE_TIMESTAMP) == 0)
                 continue;
-            list.stamped = true;
-            list.lastOdt = static_cast<std::uint8_t>(odt);
-            list.stampedLength[static_cast<std::size_t>(odt)] =
+            lists[number].stamped = true;
+            lists[number].lastOdt = static_cast<std::uint8_t>(odt);
+            lists[number].stampedLength[static_cast<std::size_t>(odt)] =
                 static_cast<std::size_t>(std::max(entry->lastByte, 0)) + 1 + xcp::timestamp_size;
         }
-    }
+    return lists;
+}
+
+SampleOrder::SampleOrder(std::chrono::milliseconds hold, PayloadSink library)
+    : hold_(hold), lists_(stamped_lists()), feed_(std::move(library)), due_ns_(never) {
     const auto stamped =
         std::count_if(lists_.begin(), lists_.end(), [](const List& list) { return list.stamped; });
     passes_ = hold.count() == 0 || stamped < 2;
 }
 
-void SampleOrder::take(std::span<const std::uint8_t> payload, Clock::time_point now) {
-    if (passes_)
-        return sink_(payload.data(), payload.size());
+void SampleOrder::take(std::span<const std::uint8_t> payload, Arrival arrival) {
     const std::lock_guard lock(mutex_);
-    lastTake_ = now;
+    lastTake_ = arrival;
+    if (passes_)
+        pass(payload, arrival);
+    else
+        hold_messages(payload, arrival);
+    feed_.flush();
+}
+
+// Empty for a packet without a timestamp.
+std::optional<std::uint32_t> SampleOrder::stamp_of(std::span<const std::uint8_t> packet) const {
+    if (packet.size() < xcp::identification_size + xcp::timestamp_size ||
+        packet[1] >= lists_.size() || lists_[packet[1]].stampedLength[packet[0]] != packet.size())
+        return {};
+    return xcp::load_little_endian<std::uint32_t>(&packet[xcp::identification_size]);
+}
+
+std::int64_t SampleOrder::time_of(std::span<const std::uint8_t> packet, std::uint32_t stamp,
+                                  Arrival arrival) {
+    const std::int64_t time = time_.take(packet[1], stamp, arrival);
+    watch_.take(packet[1], time, arrival);
+    return time;
+}
+
+std::chrono::nanoseconds SampleOrder::off_by(std::span<const std::uint8_t> payload,
+                                             Arrival arrival) const {
+    const std::lock_guard lock(mutex_);
+    xcp::MessageWalk messages(payload);
+    for (xcp::Message message{}; messages.next(message);)
+        if (const auto stamp = stamp_of(message.packet))
+            return time_.off_by(*stamp, arrival);
+    return {};
+}
+
+// The whole datagram as it is, unless a timestamp needs another value.
+void SampleOrder::pass(std::span<const std::uint8_t> payload, Arrival arrival) {
+    bool asItIs = true;
+    std::optional<std::int64_t> latest = feed_.latest();
+    times_.clear();
+    xcp::MessageWalk messages(payload);
+    for (xcp::Message message{}; messages.next(message);)
+        if (const auto stamp = stamp_of(message.packet)) {
+            const std::int64_t time = time_of(message.packet, *stamp, arrival);
+            asItIs = asItIs && LibraryFeed::follows(latest, time) &&
+                     static_cast<std::uint32_t>(time) == *stamp;
+            latest = time;
+            times_.push_back(time);
+        }
+    if (asItIs)
+        return feed_.pass(payload, latest);
+    auto time = times_.begin();
+    messages = xcp::MessageWalk(payload);
+    for (xcp::Message message{}; messages.next(message);)
+        if (stamp_of(message.packet))
+            feed_.put(whole(message), *time++);
+        else
+            feed_.put(whole(message));
+}
+
+void SampleOrder::hold_messages(std::span<const std::uint8_t> payload, Arrival arrival) {
     xcp::MessageWalk messages(payload);
     for (xcp::Message message{}; messages.next(message);) {
         if (message.is_daq() && message.packet.size() >= xcp::identification_size &&
             message.packet[1] < lists_.size())
-            take_packet(message.ctr, message.packet, now);
+            hold_packet(whole(message), message.packet, arrival);
         else
-            sink_(message.packet.data() - xcp::message_header_size,
-                  message.packet.size() + xcp::message_header_size);
+            feed_.put(whole(message));
     }
-    release(now);
+    release(arrival);
 }
 
-void SampleOrder::take_packet(std::uint16_t ctr, std::span<const std::uint8_t> packet,
-                              Clock::time_point now) {
+void SampleOrder::hold_packet(std::span<const std::uint8_t> message,
+                              std::span<const std::uint8_t> packet, Arrival arrival) {
     List& list = lists_[packet[1]];
-    const bool stamped = list.stampedLength[packet[0]] == packet.size();
-    if (stamped) {
+    if (const auto stamp = stamp_of(packet)) {
         close(list);
-        const auto stamp =
-            xcp::load_little_endian<std::uint32_t>(&packet[xcp::identification_size]);
-        const std::int64_t time = unwrap(list, stamp, now);
-        list.shown_ns = std::max(list.shown_ns.value_or(time), time);
-        list.shownAt = now;
-        list.open = Sample{packet[1], time, now, {}};
+        list.open = Sample{packet[1], time_of(packet, *stamp, arrival), arrival, {}};
     }
     if (!list.open) // without a time there is no order
-        return sink_(packet.data() - xcp::message_header_size,
-                     packet.size() + xcp::message_header_size);
-    xcp::append_message(list.open->messages, ctr, packet);
+        return feed_.put(message);
+    std::vector<std::uint8_t>& messages = list.open->messages;
+    messages.insert(messages.end(), message.begin(), message.end());
     if (packet[0] == list.lastOdt)
         close(list);
-}
-
-// Near to the last time of the list, or of any list: up to a second back, else ahead. After a
-// longer pause the host's clock tells how often the timestamp has turned.
-std::int64_t SampleOrder::unwrap(const List& list, std::uint32_t stamp,
-                                 Clock::time_point now) const {
-    const List* known = &list;
-    for (const List& other : lists_)
-        if (!known->shown_ns && other.shown_ns)
-            known = &other;
-    if (!known->shown_ns)
-        return stamp;
-    const std::int64_t last = *known->shown_ns;
-    std::int64_t ahead = static_cast<std::uint32_t>(stamp - static_cast<std::uint32_t>(last));
-    if (ahead > wrap - second)
-        ahead -= wrap;
-    const std::int64_t elapsed = std::chrono::nanoseconds(now - known->shownAt).count();
-    if (elapsed > 2 * second)
-        ahead +=
-            wrap * std::llround(static_cast<double>(elapsed - ahead) / static_cast<double>(wrap));
-    return last + ahead;
 }
 
 void SampleOrder::close(List& list) {
@@ -106,74 +141,80 @@ void SampleOrder::close(List& list) {
     list.open.reset();
 }
 
-void SampleOrder::release(Clock::time_point now) {
+void SampleOrder::release(Arrival now) {
     for (; !arrivals_.empty() && now - arrivals_.front().first >= hold_; arrivals_.pop_front())
         due_ns_ = std::max(due_ns_, arrivals_.front().second);
     while (!held_.empty() &&
            (held_.begin()->first <= due_ns_ || all_others_are_later(held_.begin()->second)))
-        let_go_first();
-    for (; heldBytes_ > most_held; ++counts_.overflows)
-        let_go_first();
+        let_go_first(now);
+    for (; heldBytes_ > most_held; ++overflows_)
+        let_go_first(now);
 }
 
 bool SampleOrder::all_others_are_later(const Sample& sample) const {
-    for (std::size_t number = 0; number < lists_.size(); ++number) {
-        const List& other = lists_[number];
-        if (number != sample.list && other.stamped &&
-            (!other.shown_ns || *other.shown_ns < sample.time_ns))
+    for (std::size_t number = 0; number < lists_.size(); ++number)
+        if (number != sample.list && lists_[number].stamped &&
+            time_.shown(number).value_or(never) < sample.time_ns)
             return false;
-    }
     return true;
 }
 
-void SampleOrder::let_go_first() {
-    Sample sample = std::move(held_.begin()->second);
+void SampleOrder::let_go_first(Arrival now) {
+    const Sample sample = std::move(held_.begin()->second);
     held_.erase(held_.begin());
     heldBytes_ -= sample.messages.size();
-    let_go(sample);
+    delays_.add(now - sample.arrival);
+    const std::span messages(sample.messages);
+    xcp::Message stamped{};
+    xcp::MessageWalk(messages).next(stamped);
+    const std::size_t first = whole(stamped).size();
+    feed_.put(messages.first(first), sample.time_ns);
+    feed_.put(messages.subspan(first));
 }
 
-void SampleOrder::let_go(Sample& sample) {
-    if (lastOut_ns_ && sample.time_ns < *lastOut_ns_) {
-        ++counts_.raised;
-        counts_.largestRaise_ns = std::max(counts_.largestRaise_ns, *lastOut_ns_ - sample.time_ns);
-        for (std::size_t i = 0; i < xcp::timestamp_size; ++i)
-            sample.messages[xcp::message_header_size + xcp::identification_size + i] =
-                static_cast<std::uint8_t>(*lastOut_ns_ >> 8 * i);
-    } else {
-        lastOut_ns_ = sample.time_ns;
-    }
-    sink_(sample.messages.data(), sample.messages.size());
-}
-
-void SampleOrder::advance(Clock::time_point now) {
+void SampleOrder::advance(Arrival now) {
     constexpr std::chrono::milliseconds silence{100};
     const std::lock_guard lock(mutex_);
     if (now - lastTake_ >= silence)
         release(now);
+    feed_.flush();
+}
+
+void SampleOrder::let_go_all() {
+    for (List& list : lists_)
+        close(list);
+    while (!held_.empty())
+        let_go_first(lastTake_);
+    arrivals_.clear();
+    due_ns_ = never;
+}
+
+void SampleOrder::keep_alive() {
+    const std::lock_guard lock(mutex_);
+    feed_.keep_alive();
 }
 
 void SampleOrder::flush() {
     const std::lock_guard lock(mutex_);
-    for (List& list : lists_)
-        close(list);
-    while (!held_.empty())
-        let_go_first();
-    arrivals_.clear();
+    let_go_all();
+    feed_.flush();
 }
 
 void SampleOrder::begin_session() {
     flush();
     const std::lock_guard lock(mutex_);
-    for (List& list : lists_)
-        list.shown_ns.reset();
-    due_ns_ = never;
-    lastOut_ns_.reset();
+    time_.begin_session();
+    watch_.begin_session();
 }
 
 SampleOrder::Counts SampleOrder::counts() const {
     const std::lock_guard lock(mutex_);
-    return counts_;
+    return {feed_.counts(), overflows_, delays_};
+}
+
+TimingWatch SampleOrder::timing() const {
+    const std::lock_guard lock(mutex_);
+    return watch_;
 }
 
 } // namespace task

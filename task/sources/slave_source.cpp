@@ -87,7 +87,25 @@ void SlaveSource::check() const {
 
 DatagramSource::Losses SlaveSource::losses() const {
     const auto counters = link_.receiver().counters();
-    return {counters.kernelDrops, counters.foreign, form_ ? form_->overloads() : 0};
+    Losses losses{counters.kernelDrops, counters.foreign};
+    if (form_) {
+        losses.overloads = form_->overloads();
+        losses.untold = form_->untold();
+    }
+    return losses;
+}
+
+std::vector<DatagramSource::ListInfo> SlaveSource::lists() const {
+    std::vector<ListInfo> lists;
+    for (std::size_t i = 0; i < plan_.lists.size(); ++i)
+        lists.push_back({plan_.lists[i].name, properties_.events.at(i).cycle_ns});
+    return lists;
+}
+
+std::vector<std::string> SlaveSource::notes() const {
+    if (properties_.timestampSize > 0)
+        return {};
+    return {"the slave has no timestamps: the sample time is the time of arrival"};
 }
 
 } // namespace task

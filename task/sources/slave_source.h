@@ -43,6 +43,8 @@ class SlaveSource : public DatagramSource {
     void stop() override;
     void check() const override;
     Losses losses() const override;
+    std::vector<ListInfo> lists() const override;
+    std::vector<std::string> notes() const override;
 
   private:
     [[noreturn]] void fail(const std::string& cause) const;
