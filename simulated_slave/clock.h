@@ -12,13 +12,17 @@ class Clock {
   public:
     explicit Clock(const a2l::Timestamp& timestamp) : timestamp_(timestamp) {}
 
-    // The lower bytes are the timestamp. The time is in nanoseconds since the slave was switched
-    // on.
+    // The lower bytes are the timestamp. Times are in nanoseconds since the slave was switched on
+    // for the first time.
     std::uint64_t ticks(std::uint64_t now_ns) const {
         constexpr std::uint64_t before_wrap_ns = 1'500'000'000;
-        return ticks_of(now_ns + ahead_ns_) - ticks_of(before_wrap_ns);
+        return ticks_of(now_ns - switchedOn_ns_ + ahead_ns_) - ticks_of(before_wrap_ns);
     }
     void jump() { ahead_ns_ += 2'000'000'000; }
+    void switch_on(std::uint64_t now_ns) {
+        switchedOn_ns_ = now_ns;
+        ahead_ns_ = 0;
+    }
 
   private:
     // TIMESTAMP_TICKS is how far the clock counts in one unit.
@@ -31,6 +35,7 @@ class Clock {
     }
 
     const a2l::Timestamp timestamp_;
+    std::uint64_t switchedOn_ns_ = 0;
     std::uint64_t ahead_ns_ = 0;
 };
 

@@ -4,7 +4,7 @@
 
 namespace simulated_slave {
 
-enum class Fault { lost, repeated, late, jump };
+enum class Fault { lost, repeated, late, jump, power };
 
 struct FaultText {
     const char* name; // on a command line
@@ -12,13 +12,14 @@ struct FaultText {
     const char* meaning;
 };
 
-// All of them. Each happens once in datagrams_per_fault DAQ datagrams, the jump in as many times at
-// which lists are sampled. Answers are spared.
+// All of them. What befalls a datagram happens once in datagrams_per_fault DAQ datagrams, the jump
+// in as many times at which lists are sampled. Answers are spared.
 constexpr FaultText fault_texts[] = {
     {"lost", Fault::lost, "a datagram is lost"},
     {"repeated", Fault::repeated, "a datagram comes twice"},
     {"late", Fault::late, "a datagram comes after the one that was sent next"},
     {"jump", Fault::jump, "the slave's clock jumps two seconds ahead"},
+    {"power", Fault::power, "the slave is switched off ten seconds after each start, for three"},
 };
 constexpr unsigned datagrams_per_fault = 100;
 

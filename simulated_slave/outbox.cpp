@@ -19,6 +19,11 @@ void Outbox::flush() {
     datagram_.values.clear();
 }
 
+void Outbox::begin_anew() {
+    datagram_ = {};
+    ctr_ = 0;
+}
+
 void Outbox::answer(std::span<const std::uint8_t> packet) {
     flush(); // what was counted before it goes before it
     Datagram datagram;

@@ -19,6 +19,7 @@ class Outbox {
 
     void add(std::span<const std::uint8_t> packet, const std::vector<Datagram::Value>& values);
     void flush();
+    void begin_anew(); // with CTR, and without what has not gone out
     void answer(std::span<const std::uint8_t> packet);
 
   private:

@@ -4,6 +4,7 @@
 #include <sys/eventfd.h>
 #include <sys/socket.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <limits>
@@ -34,7 +35,8 @@ Server::Server(const a2l::File& file, const std::set<Fault>& faults, const io::U
     : socket_(listen), wake_(event_descriptor()),
       link_(faults, [this](std::span<const std::uint8_t> bytes) { socket_.send(master_, bytes); }),
       slave_(
-          file, faults, [this](const Datagram& datagram) { link_.send(datagram); }, name) {}
+          file, faults, [this](const Datagram& datagram) { link_.send(datagram); }, name),
+      losesPower_(faults.contains(Fault::power)), switch_ns_(never) {}
 
 Server::~Server() {
     stop();
@@ -63,9 +65,31 @@ void Server::run() {
 }
 
 void Server::serve() {
-    while (wait(slave_.advance(now_ns())))
+    for (;;) {
+        const std::uint64_t now = now_ns();
+        const std::uint64_t due = switch_power(now);
+        if (!wait(std::min(due, on_ ? slave_.advance(now) : never)))
+            return;
         while (take_datagram()) {
         }
+    }
+}
+
+// Gives the time at which it is to be looked at again.
+std::uint64_t Server::switch_power(std::uint64_t now_ns) {
+    constexpr std::uint64_t on_time = 10'000'000'000;
+    constexpr std::uint64_t off_time = 3'000'000'000;
+    if (!losesPower_)
+        return never;
+    if (switch_ns_ == never && slave_.running())
+        switch_ns_ = now_ns + on_time;
+    if (now_ns < switch_ns_)
+        return switch_ns_;
+    link_.finish();
+    slave_.switch_on(now_ns);
+    on_ = !on_;
+    switch_ns_ = on_ ? never : now_ns + off_time;
+    return switch_ns_;
 }
 
 std::uint64_t Server::now_ns() const {
@@ -94,7 +118,7 @@ bool Server::take_datagram() {
                                     reinterpret_cast<sockaddr*>(&from), &size);
     if (length < 0 && errno != EAGAIN && errno != EINTR)
         throw failure("cannot receive");
-    if (length >= 0)
+    if (length >= 0 && on_)
         take(std::span(bytes).first(static_cast<std::size_t>(length)), io::from_sockaddr(from));
     return length >= 0;
 }

@@ -48,6 +48,7 @@ class Server {
 
     void run();
     void serve();
+    std::uint64_t switch_power(std::uint64_t now_ns);
     std::uint64_t now_ns() const;
     bool wait(std::uint64_t until_ns) const;
     bool take_datagram();
@@ -60,6 +61,9 @@ class Server {
     io::UdpEndpoint master_;        // who sent the latest CONNECT
     Link link_;
     Slave slave_;
+    const bool losesPower_;
+    bool on_ = true;
+    std::uint64_t switch_ns_; // when it is switched off or on; the greatest number: not at all
     Tell tell_;
     std::string error_;
     std::atomic<bool> failed_ = false;

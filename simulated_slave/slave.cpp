@@ -299,6 +299,13 @@ std::uint64_t Slave::advance(std::uint64_t now_ns) {
     return state_->sampler.advance(now_ns);
 }
 
+void Slave::switch_on(std::uint64_t now_ns) {
+    state_->connected = false;
+    state_->lists.clear();
+    state_->outbox.begin_anew();
+    state_->clock.switch_on(now_ns);
+}
+
 bool Slave::connected() const {
     return state_->connected;
 }

@@ -39,6 +39,9 @@ class Slave {
     // greatest number while no list runs.
     std::uint64_t advance(std::uint64_t now_ns);
 
+    // As if it had been off until now: without a session, its clock and CTR from their beginning.
+    void switch_on(std::uint64_t now_ns);
+
     bool connected() const;
     bool running() const;        // whether a DAQ list runs
     std::size_t signals() const; // of the A2L file, each element of an array by itself

@@ -43,6 +43,7 @@ void Intake::break_off(std::string_view why) {
     samples_.begin_session();
     wait_for_worker(0);
     counter_.begin_session();
+    lastDaq_.reset();
     times_.expect_gap(std::string(why));
 }
 
@@ -82,12 +83,23 @@ void Intake::hand_over(std::span<const std::uint8_t> payload, Arrival arrival) {
         ++restarts_;
         break_off("the slave's CTR and its clock began anew");
     }
-    counter_.take(payload);
+    if (counter_.take(payload) > 0)
+        look_for_silence(arrival);
+    notices_.take(payload);
     if (dump_ != nullptr)
         dump_->take(payload);
     packets_.take(payload, [&](const std::uint8_t* data, std::uint64_t length) {
         samples_.take({data, length}, arrival);
     });
+}
+
+// The slave, or the way to it, was away, and the session has outlived it.
+void Intake::look_for_silence(Arrival arrival) {
+    if (lastDaq_ && arrival - *lastDaq_ > silence_) {
+        wait_for_worker(0);
+        times_.expect_gap("nothing came from the slave");
+    }
+    lastDaq_ = arrival;
 }
 
 // Lost messages leave the slave's clock where it is. When only a few are lost or late, others may

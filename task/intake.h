@@ -6,6 +6,7 @@
 #include "task/output/message_counter.h"
 #include "task/output/packet_watch.h"
 #include "task/output/sample_time_watch.h"
+#include "task/output/slave_notices.h"
 #include "task/output/timing_watch.h"
 #include "task/sources/datagram_order.h"
 #include "task/sources/datagram_source.h"
@@ -15,6 +16,7 @@
 #include <chrono>
 #include <cstdint>
 #include <mutex>
+#include <optional>
 #include <span>
 
 namespace task {
@@ -29,6 +31,9 @@ class Intake : public DatagramSink {
     // Datagrams, and samples of several lists, are held that long, to put them into order.
     Intake(bool sourceCanWait, FrameDump* dump, std::chrono::milliseconds hold,
            SampleTimeWatch& times);
+
+    // A pause between DAQ packets that is longer is a gap; before anything is taken.
+    void allow_silence(std::chrono::nanoseconds silence) { silence_ = silence; }
 
     // Never throws, whatever the source: a datagram for which there is no memory is counted, the
     // first one is reported, and the next one has its chance.
@@ -53,6 +58,9 @@ class Intake : public DatagramSink {
     TimingWatch timing() const { return samples_.timing(); }
     std::uint64_t put_right() const { return datagrams_.put_right(); } // datagrams
 
+    SlaveNotices& notices() { return notices_; }
+    const SlaveNotices& notices() const { return notices_; }
+
     // How often the slave has begun anew by itself, as CTR and clock show.
     std::uint64_t restarts() const { return restarts_; }
 
@@ -61,6 +69,7 @@ class Intake : public DatagramSink {
     void attempt(const Act& act) noexcept;
     void hand_over(std::span<const std::uint8_t> payload, Arrival arrival);
     bool begins_anew(std::span<const std::uint8_t> payload, Arrival arrival) const;
+    void look_for_silence(Arrival arrival);
     void break_off(std::string_view why);
     void wait_for_worker(std::size_t frames) const;
 
@@ -70,9 +79,12 @@ class Intake : public DatagramSink {
 
     std::mutex mutex_; // of taking datagrams
     MessageCounter counter_;
+    SlaveNotices notices_;
     PacketWatch packets_; // reads the measurement table before the order adds to it
     SampleOrder samples_;
     DatagramOrder datagrams_;
+    std::optional<Arrival> lastDaq_; // in this session
+    std::chrono::nanoseconds silence_{std::chrono::nanoseconds::max()};
 
     std::atomic<std::uint64_t> failures_ = 0;
     std::atomic<std::uint64_t> restarts_ = 0;

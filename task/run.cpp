@@ -45,12 +45,19 @@ std::uint64_t values_written() {
     return values;
 }
 
-// In the time of samples, nanoseconds: five cycles of the slowest list.
-std::int64_t longest_step(const DatagramSource& source) {
-    std::uint64_t longest = 1'000'000'000;
+// From one sample to the next: five cycles of the slowest list.
+std::chrono::nanoseconds longest_step(const DatagramSource& source) {
+    std::chrono::nanoseconds longest = 1s;
     for (const auto& list : source.lists())
-        longest = std::max(longest, 5 * list.cycle_ns);
-    return static_cast<std::int64_t>(longest);
+        longest = std::max(longest, 5 * std::chrono::nanoseconds(list.cycle_ns));
+    return longest;
+}
+
+// Whether it is known when samples are to come.
+bool cyclic(const DatagramSource& source) {
+    const auto lists = source.lists();
+    return !lists.empty() && std::all_of(lists.begin(), lists.end(),
+                                         [](const auto& list) { return list.cycle_ns > 0; });
 }
 
 // Whatever ends it, the source is stopped before the worker, and after a failure or a second signal
@@ -66,9 +73,11 @@ class Run {
         if (options.record)
             recorder_.emplace(*options.record, noRoom, urgent);
         observer_.emplace(recorder_ ? &*recorder_ : nullptr, prepared.ranges);
-        observer_->watch().allow_step(longest_step(*source_));
+        observer_->watch().allow_step(longest_step(*source_).count());
         intake_.emplace(source_->can_wait(), dump_ ? &*dump_ : nullptr,
                         std::chrono::milliseconds(options.hold), observer_->watch());
+        if (cyclic(*source_))
+            intake_->allow_silence(std::max<std::chrono::nanoseconds>(2s, longest_step(*source_)));
     }
 
     ~Run() { signals_.hurry(); } // whatever failed, the recorder's thread ends
@@ -133,14 +142,21 @@ class Run {
 
     bool goes_on() {
         intake_->advance();
+        for (const std::string& line : intake_->notices().lines(elapsed()))
+            print(line);
+        if (const auto restarts = intake_->restarts(); restarts != seenRestarts_) {
+            seenRestarts_ = restarts;
+            source_->doubt_session();
+        }
         const bool timeIsUp =
             options_.seconds &&
             Clock::now() - start_ >= std::chrono::duration<double>(*options_.seconds);
         return !signals_.wait(longest_wait) && !source_->ended() && !timeIsUp;
     }
 
+    double elapsed() const { return std::chrono::duration<double>(Clock::now() - start_).count(); }
+
     RunCounts counts() const {
-        const std::chrono::duration<double> elapsed = Clock::now() - start_;
         return {.messages = intake_->counts(),
                 .losses = source_->losses(),
                 .failures = intake_->failures(),
@@ -151,7 +167,9 @@ class Run {
                 .order = intake_->order(),
                 .putRight = intake_->put_right(),
                 .gaps = observer_->watch().gaps(),
-                .seconds = elapsed.count(),
+                .notices = intake_->notices().counts(),
+                .state = source_->state(),
+                .seconds = elapsed(),
                 .silence = silence_};
     }
 
@@ -172,6 +190,7 @@ class Run {
     std::optional<ValueObserver> observer_;
     std::optional<Intake> intake_;
     Clock::time_point start_;
+    std::uint64_t seenRestarts_ = 0;
     double silence_ = 0; // seconds, known at the end
 };
 

@@ -386,7 +386,7 @@ TEST(PacketWatch, HandsOnTheRestOfADatagramInPiecesAsTheyLie) {
         std::vector<Bytes> pieces; // that reach the library
         std::size_t doubts = 0;
     } cases[] = {
-        {{stamped, later, service}, {after(after(stamped, later), service)}},
+        {{stamped, later, service}, {after(stamped, later)}}, // the task shows what it says
         {{unknown[0], stamped, unknown[1], unknown[2], later, {9}},
          {stamped, after(later, {9})},
          4},

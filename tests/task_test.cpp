@@ -499,6 +499,50 @@ TEST(TaskSession, TellsWhenNobodyAnswers) {
                                ": nobody answers to CONNECT, 3 times for 1000 ms\n");
 }
 
+// The same slave again, or another one, at its old address.
+TEST(TaskSession, GoesOnWhenTheSlaveIsBack) {
+    SlaveProgram slave;
+    const TemporaryFile record;
+    TaskProgram task(slave.task({"--strict", "--record", record.path()}));
+    ASSERT_TRUE(task.await_output(" waiting\n"));
+    slave.program.signal(SIGKILL);
+    slave.program.wait();
+    ASSERT_TRUE(task.await_output("silent for "));
+    {
+        TaskProgram again({XCP_DAQ_EXAMPLES "/engine.a2l", "--listen", slave.address},
+                          XCP_SIMULATED_SLAVE);
+        ASSERT_TRUE(task.await_output("  1 gaps\n"));
+        again.signal(SIGKILL);
+        again.wait();
+    }
+    const TemporaryFile other(std::regex_replace(text_of(XCP_DAQ_EXAMPLES "/engine.a2l"),
+                                                 std::regex("UNIT_1NS"), "UNIT_1US"));
+    TaskProgram another({other.path(), "--listen", slave.address}, XCP_SIMULATED_SLAVE);
+    const auto end = task.wait();
+    EXPECT_EQ(end.status, 4);
+    EXPECT_EQ(end.errors, "xcp_daq_task: slave " + slave.address +
+                              ": it came back as another one: its timestamp is 4 bytes in units "
+                              "of 1 us and was 4 bytes in units of 1 ns\n");
+    EXPECT_TRUE(has(end.output, "CTR gaps      0 \\(0 messages missing, 0 late, 0 repeated.*"
+                                "(\n.*)*\ngap           from .*: the slave was away\n"
+                                "trust         no:\n  nothing came in the last .* s\n"
+                                "  the slave was away 1 times\n$"))
+        << end.output;
+    std::istringstream lines(record.text());
+    std::string line;
+    std::getline(lines, line);
+    double last = 0;
+    double longest = 0;
+    while (std::getline(lines, line)) {
+        const double time = std::stod(line);
+        EXPECT_GE(time, last);
+        longest = last == 0 ? 0 : std::max(longest, time - last);
+        last = time;
+    }
+    EXPECT_GT(longest, 2);
+    EXPECT_LT(longest, 30) << "the host's time, and no wrap";
+}
+
 // ---- registration ----
 
 TEST(TaskRegistration, ASecondTaskOfTheNameIsRefusedUntilTheFirstHasEnded) {

@@ -3,6 +3,8 @@
 
 #include "commands.h"
 #include "error_codes.h"
+#include "event_codes.h"
+#include "message.h"
 
 #include <cstdio>
 #include <span>
@@ -61,6 +63,28 @@ inline std::string command_in_words(std::span<const std::uint8_t> packet, ByteOr
     return words;
 }
 
+// An event or a service request: "EV_DAQ_OVERLOAD (samples were lost)", or the slave's own text in
+// quotation marks.
+inline std::string notice_in_words(std::span<const std::uint8_t> packet) {
+    const bool event = packet[0] == event_pid;
+    const std::string kind = event ? "event" : "service request";
+    if (packet.size() < 2)
+        return kind;
+    if (!event && packet[1] == service_text) {
+        std::string quoted(1, '"');
+        for (const std::uint8_t byte : packet.subspan(2))
+            if (byte >= 0x20) // line ends, and the zero at the end
+                quoted += byte == 0x7F ? '.' : static_cast<char>(byte);
+        return quoted + '"';
+    }
+    const EventText* const text = event ? find_event_text(packet[1]) : nullptr;
+    std::string words = text == nullptr ? kind + " " + hexadecimal(packet[1])
+                                        : std::string(text->name) + " (" + text->meaning + ")";
+    for (const std::uint8_t byte : packet.subspan(2))
+        words.append(" ").append(hexadecimal(byte));
+    return words;
+}
+
 // What a slave sends beside DAQ packets; `command` is the code of the one that it may answer.
 inline std::string answer_in_words(std::uint8_t command, std::span<const std::uint8_t> packet,
                                    ByteOrder order) {
@@ -70,8 +94,7 @@ inline std::string answer_in_words(std::uint8_t command, std::span<const std::ui
     if (packet[0] == error_pid)
         return packet.size() < 2 ? "an error without a code" : error_in_words(packet[1]);
     if (packet[0] != response_pid)
-        return (packet[0] == event_pid ? "event" : "service request") +
-               (packet.size() < 2 ? std::string() : " " + hexadecimal(packet[1]));
+        return notice_in_words(packet);
     with_command(command, [&]<class Command>(Command) {
         const std::string fields = fields_in_words<typename Command::Answer>(packet, order);
         words += fields.empty() ? "" : ": " + fields;

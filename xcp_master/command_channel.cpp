@@ -1,5 +1,6 @@
 #include "command_channel.h"
 
+#include "xcp/event_codes.h"
 #include "xcp/message.h"
 #include "xcp/packet_text.h"
 
@@ -14,9 +15,8 @@ using namespace std::chrono_literals;
 
 constexpr auto busy_pause = 20ms;
 constexpr int most_busy_tries = 50;
-constexpr std::uint8_t command_pending_event = 0x05; // the answer takes longer
-constexpr int longest_pending = 30;                  // time-outs
-constexpr int most_waiting = 1000; // packets that are passed over before a command
+constexpr int longest_pending = 30; // time-outs
+constexpr int most_waiting = 1000;  // packets that are passed over before a command
 
 bool is_error(const Packet& packet, xcp::Error error) {
     return packet.size() >= 2 && packet[0] == xcp::error_pid &&
@@ -42,22 +42,28 @@ CommandChannel::CommandChannel(Link& link, std::chrono::milliseconds timeout, Tr
 
 // Tried again without SYNCH before it, which a slave that is not connected does not answer.
 xcp::Connect::Answer CommandChannel::connect() {
-    for (int tries = 0; tries < most_tries; ++tries) {
-        const auto packet = try_to_connect();
-        if (!packet)
-            continue;
-        if ((*packet)[0] == xcp::error_pid)
-            throw Refused(xcp::Connect::name, packet->size() > 1 ? (*packet)[1] : 0);
-        const auto answer = xcp::read_packet<xcp::Connect::Answer>(*packet, order_);
-        if (!answer)
-            throw BadAnswer("the slave's answer to CONNECT is too short");
-        order_ = answer->order();
-        if (tries > 0)
-            synchronise(xcp::Connect::name); // the answer to an earlier try may still come
-        return *answer;
-    }
+    for (int tries = 0; tries < most_tries; ++tries)
+        if (const auto answer = connect_once())
+            return *answer;
     throw SessionError("nobody answers to CONNECT, " + std::to_string(most_tries) + " times for " +
                        std::to_string(timeout_.count()) + " ms");
+}
+
+std::optional<xcp::Connect::Answer> CommandChannel::connect_once() {
+    const auto packet = try_to_connect();
+    if (!packet) {
+        ++unansweredConnects_;
+        return {};
+    }
+    if ((*packet)[0] == xcp::error_pid)
+        throw Refused(xcp::Connect::name, packet->size() > 1 ? (*packet)[1] : 0);
+    const auto answer = xcp::read_packet<xcp::Connect::Answer>(*packet, order_);
+    if (!answer)
+        throw BadAnswer("the slave's answer to CONNECT is too short");
+    order_ = answer->order();
+    if (std::exchange(unansweredConnects_, 0) > 0)
+        synchronise(xcp::Connect::name);
+    return answer;
 }
 
 std::optional<Packet> CommandChannel::try_to_connect() {
@@ -134,7 +140,7 @@ std::optional<Packet> CommandChannel::await_answer(std::uint8_t command) {
             return std::move(received->packet);
         const Packet& packet = received->packet;
         if (command != xcp::Synch::code && packet.size() > 1 && packet[0] == xcp::event_pid &&
-            packet[1] == command_pending_event)
+            packet[1] == static_cast<std::uint8_t>(xcp::Event::cmd_pending))
             until = std::min<Time>(link_.now() + timeout_, start + longest_pending * timeout_);
         if (link_.now() >= until) // though there is more
             break;

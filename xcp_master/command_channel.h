@@ -93,6 +93,9 @@ class CommandChannel {
     // answers, after most_tries time-outs.
     xcp::Connect::Answer connect();
 
+    // The same with a single try: empty when nobody answers.
+    std::optional<xcp::Connect::Answer> connect_once();
+
     // Disconnects; nothing is left to be done when no answer comes.
     void disconnect();
 
@@ -118,6 +121,16 @@ class CommandChannel {
     template <class Command>
     typename Command::Answer ask(const Command& command, const std::string& what = "") {
         return again_when_lost([&] { return request(command, what); });
+    }
+
+    // The answer to a question that is asked once; empty when none comes, or a refusal.
+    template <class Command>
+    std::optional<typename Command::Answer> ask_once(const Command& command) {
+        send(xcp::command_packet(command, order_));
+        const auto answer = await_answer(Command::code);
+        if (!answer || (*answer)[0] == xcp::error_pid)
+            return {};
+        return xcp::read_packet<typename Command::Answer>(*answer, order_);
     }
 
     // Does `act` from its beginning when an answer was lost in it, most_tries times in all.
@@ -151,6 +164,7 @@ class CommandChannel {
     const Trace trace_;
     xcp::ByteOrder order_ = xcp::ByteOrder::little;
     std::uint16_t ctr_ = 0;
+    int unansweredConnects_ = 0; // to which an answer may still come
 
     // Of this session; a network may repeat what it carries.
     std::optional<Received> lastAnswer_;

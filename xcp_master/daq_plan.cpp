@@ -13,7 +13,7 @@ std::string bytes_text(std::size_t bytes) {
 }
 
 [[noreturn]] void refuse(const std::string& list, const std::string& cause) {
-    throw SessionError("list " + list + ": " + cause);
+    throw Unsuitable("list " + list + ": " + cause);
 }
 
 // Whole steps of the granularity.
@@ -82,8 +82,8 @@ Odt entries_of(const Odt& odt, std::size_t maxEntrySize) {
 
 DaqPlan make_plan(const std::vector<WantedList>& wanted, const DaqLimits& limits) {
     if (wanted.size() > limits.maxLists)
-        throw SessionError(std::to_string(wanted.size()) + " DAQ lists are asked for, " +
-                           std::to_string(limits.maxLists) + " can be had");
+        throw Unsuitable(std::to_string(wanted.size()) + " DAQ lists are asked for, " +
+                         std::to_string(limits.maxLists) + " can be had");
     DaqPlan plan;
     plan.stamped = limits.timestampSize > 0;
     plan.maxEntrySize = max_entry_size(limits);

@@ -15,6 +15,7 @@ struct MeasuredValue {
     std::uint32_t address = 0;
     std::uint8_t extension = 0;
     std::uint8_t size = 0; // bytes
+    bool operator==(const MeasuredValue&) const = default;
 };
 
 using Odt = std::vector<MeasuredValue>;
@@ -23,6 +24,7 @@ struct DaqList {
     std::string name;        // of the list, for messages
     std::uint16_t event = 0; // that samples it
     std::vector<Odt> odts;
+    bool operator==(const DaqList&) const = default;
 };
 
 struct DaqPlan {
@@ -30,6 +32,7 @@ struct DaqPlan {
     bool stamped = true;          // the slave stamps the first ODT of each sample
     std::uint16_t firstDaq = 0;   // number of the first list in the slave
     std::size_t maxEntrySize = 0; // bytes, of the slave's ODT entries; 0: not limited
+    bool operator==(const DaqPlan&) const = default;
 };
 
 // The ODT's entries in the slave: a value that is larger than an entry may be takes several, which

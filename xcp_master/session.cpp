@@ -64,7 +64,11 @@ Session::Session(Link& link, std::chrono::milliseconds timeout, Trace trace)
 
 SlaveProperties Session::connect(const StatedProperties& stated,
                                  const std::vector<WantedList>& lists) {
-    const auto answer = connect_or_leave();
+    return ask(connect_or_leave(), stated, lists);
+}
+
+SlaveProperties Session::ask(const xcp::Connect::Answer& answer, const StatedProperties& stated,
+                             const std::vector<WantedList>& lists) {
     connected_ = true;
     try {
         SlaveProperties slave = ask_properties(channel_, answer, stated);
@@ -93,6 +97,7 @@ void Session::start(const DaqPlan& plan, const BeforeStart& beforeStart) {
         try {
             beforeStart(set_up(plan));
             channel_.request(StartStopSynch{StartStopSynch::start_selected});
+            gone_ = false;
             return;
         } catch (const AnswerLost&) {
             if (setups == most_setups) {
@@ -168,6 +173,21 @@ std::vector<std::uint8_t> Session::select_lists(const DaqPlan& plan) {
     return firstPids;
 }
 
+bool Session::runs() {
+    const auto status = channel_.ask_once(xcp::GetStatus{});
+    gone_ = !status || (status->session & xcp::GetStatus::Answer::daq_running) == 0;
+    return !gone_;
+}
+
+std::optional<SlaveProperties> Session::reconnect(const StatedProperties& stated,
+                                                  const std::vector<WantedList>& lists) {
+    gone_ = true;
+    const auto answer = channel_.connect_once();
+    if (!answer)
+        return {};
+    return ask(*answer, stated, lists);
+}
+
 // Each by itself: whatever came of the one, the slave is to get the next. Once somebody is in a
 // hurry they go out all the same.
 void Session::end() {
@@ -175,6 +195,10 @@ void Session::end() {
         return;
     connected_ = false;
     link_.close_in_order();
+    if (gone_) {
+        give_up();
+        throw SessionError("the slave was away");
+    }
     const StartStopSynch stop{StartStopSynch::stop_all};
     const bool stopped = finish(stop);
     const bool freed = finish(xcp::FreeDaq{});
@@ -200,9 +224,15 @@ bool Session::finish(const Command& command) {
     return true;
 }
 
-// After a failure, which is what is reported.
+// After a failure, which is what is reported. A slave that had been away is tried again soon: it is
+// not waited for.
 void Session::give_up() {
-    try_to([&] { end(); });
+    if (!gone_)
+        return try_to([&] { end(); });
+    try_to([&] {
+        channel_.send_only(StartStopSynch{StartStopSynch::stop_all});
+        channel_.send_only(xcp::Disconnect{});
+    });
 }
 
 } // namespace xcp_master

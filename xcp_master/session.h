@@ -27,14 +27,27 @@ class Session {
     // then.
     void start(const DaqPlan& plan, const BeforeStart& beforeStart);
 
+    // Asks once whether the lists still run. False when the slave says no, or nothing: the session
+    // is gone then.
+    bool runs();
+
+    // Connects again when the session is gone, with one CONNECT; start() is to follow. Empty when
+    // nobody answers. Throws SessionError; the slave is told to leave the session then, and may be
+    // tried again.
+    std::optional<SlaveProperties> reconnect(const StatedProperties& stated,
+                                             const std::vector<WantedList>& lists);
+
     // Stops all lists, waits until the slave has, frees them and disconnects. Throws SessionError
-    // when the slave does not answer. To be called once after connect(), whatever came of start().
+    // when the slave does not answer, or the session was gone. To be called once after connect(),
+    // whatever came of start().
     void end();
 
     static constexpr int most_setups = 3;
 
   private:
     xcp::Connect::Answer connect_or_leave();
+    SlaveProperties ask(const xcp::Connect::Answer& answer, const StatedProperties& stated,
+                        const std::vector<WantedList>& lists);
     std::vector<std::uint8_t> set_up(const DaqPlan& plan);
     void free_lists();
     void allocate(const DaqPlan& plan);
@@ -47,6 +60,7 @@ class Session {
     Link& link_;
     CommandChannel channel_;
     bool connected_ = false;
+    bool gone_ = false;   // the session that was there, and the master looks for another
     std::string failure_; // why the end was not in order
 };
 

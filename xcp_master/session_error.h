@@ -11,4 +11,10 @@ class SessionError : public std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
+// What the slave is does not allow it: another try changes nothing.
+class Unsuitable : public SessionError {
+  public:
+    using SessionError::SessionError;
+};
+
 } // namespace xcp_master

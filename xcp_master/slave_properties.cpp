@@ -105,7 +105,7 @@ std::optional<EventChannel> ask_event(CommandChannel& channel, std::uint16_t num
         if (!info)
             return {};
         if ((info->properties & info->daq) == 0)
-            throw SessionError("event channel " + std::to_string(number) + " does no DAQ");
+            throw Unsuitable("event channel " + std::to_string(number) + " does no DAQ");
         return EventChannel{number, upload_name(channel, info->nameLength, maxCto),
                             info->cycle * xcp::unit_ps(info->unit) / 1000};
     });
@@ -114,14 +114,14 @@ std::optional<EventChannel> ask_event(CommandChannel& channel, std::uint16_t num
 void check_resources(CommandChannel& channel, const xcp::Connect::Answer& connected) {
     constexpr int least_max_cto = 8;
     if (connected.maxCto < least_max_cto)
-        throw SessionError("the slave's MAX_CTO is " + std::to_string(connected.maxCto) +
-                           ", below the standard's 8 bytes");
+        throw Unsuitable("the slave's MAX_CTO is " + std::to_string(connected.maxCto) +
+                         ", below the standard's 8 bytes");
     if ((connected.resources & xcp::Connect::Answer::daq_resource) == 0)
-        throw SessionError("the slave does no DAQ (resources " +
-                           std::to_string(connected.resources) + ")");
+        throw Unsuitable("the slave does no DAQ (resources " + std::to_string(connected.resources) +
+                         ")");
     const auto status = channel.ask(xcp::GetStatus{});
     if ((status.protection & xcp::GetStatus::Answer::daq_protected) != 0)
-        throw SessionError("the slave's DAQ is locked by seed and key");
+        throw Unsuitable("the slave's DAQ is locked by seed and key");
 }
 
 void take(DaqProperties& to, const xcp::GetDaqProcessorInfo::Answer& answer) {
@@ -148,8 +148,8 @@ void ask_part(CommandChannel& channel, bool stated, SlaveProperties& slave) {
     else if (stated)
         slave.remarks.push_back("the slave does not have " + name + ": as the A2L file says");
     else
-        throw SessionError("the slave does not have " + name +
-                           ", and the A2L file no block DAQ in its IF_DATA");
+        throw Unsuitable("the slave does not have " + name +
+                         ", and the A2L file no block DAQ in its IF_DATA");
 }
 
 void remark_contradictions(const DaqProperties& stated, SlaveProperties& slave) {
@@ -218,8 +218,8 @@ void ask_events(CommandChannel& channel, const std::vector<WantedList>& lists,
                                        : EventChannel{list.event, "", 0});
         } catch (const Refused& refused) {
             if (refused.is(Error::out_of_range))
-                throw SessionError("the slave has no event channel " + std::to_string(list.event) +
-                                   " of list " + list.name);
+                throw Unsuitable("the slave has no event channel " + std::to_string(list.event) +
+                                 " of list " + list.name);
             throw;
         }
 }
@@ -245,8 +245,8 @@ void check_form(const DaqProperties& properties) {
     const auto refuse_unless = [&](bool received, const char* name, const char* what) {
         for (const PropertyText& each : in_words(properties))
             if (!received && each.name == name)
-                throw SessionError("the slave's " + each.name + " is " + each.value + ", only " +
-                                   what + " can be received");
+                throw Unsuitable("the slave's " + each.name + " is " + each.value + ", only " +
+                                 what + " can be received");
     };
     const bool turns = properties.timestampSize <= 2 || properties.timestampSize == 4;
     const bool counts = properties.ticksPerUnit > 0 && properties.unit_ps > 0;

@@ -1,13 +1,14 @@
 #include "message_counter.h"
 
 #include "io/single_writer.h"
+#include "xcp/event_codes.h"
 #include "xcp/message.h"
 
 namespace task {
 
 using io::add;
 
-void MessageCounter::take(std::span<const std::uint8_t> payload) {
+std::uint64_t MessageCounter::take(std::span<const std::uint8_t> payload) {
     xcp::MessageWalk messages(payload);
     std::uint64_t count = 0;
     std::uint64_t daqPackets = 0;
@@ -24,14 +25,13 @@ void MessageCounter::take(std::span<const std::uint8_t> payload) {
     add(messages_, count);
     add(daqPackets_, daqPackets);
     add(cutOff_, messages.left() > 0 ? 1 : 0);
+    return daqPackets;
 }
 
-// Codes as the protocol layer has them: EV_DAQ_OVERLOAD, EV_SESSION_TERMINATED.
 void MessageCounter::take_event(std::span<const std::uint8_t> packet) {
-    constexpr std::uint8_t overload = 0x06;
-    constexpr std::uint8_t terminated = 0x07;
-    add(overloads_, packet[1] == overload ? 1 : 0);
-    add(terminations_, packet[1] == terminated ? 1 : 0);
+    const auto event = static_cast<xcp::Event>(packet[1]);
+    add(overloads_, event == xcp::Event::daq_overload ? 1 : 0);
+    add(terminations_, event == xcp::Event::session_terminated ? 1 : 0);
 }
 
 // The counter wraps, so what lies in the half before the expected value is taken as the past.

@@ -29,7 +29,8 @@ struct MessageCounts {
 // take() belongs to the thread that receives; counts() may be called from any thread.
 class MessageCounter {
   public:
-    void take(std::span<const std::uint8_t> payload);
+    // Gives the number of DAQ packets in it.
+    std::uint64_t take(std::span<const std::uint8_t> payload);
     void begin_session(); // CTR begins anew; by the receiving thread
 
     // How many messages the counter has skipped before the first one in there; of one from the past

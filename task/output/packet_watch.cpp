@@ -42,7 +42,7 @@ void PacketWatch::take(std::span<const std::uint8_t> payload, const PayloadSink&
     const std::uint8_t* piece = payload.data(); // begins what has not been handed on yet
     xcp::MessageWalk messages(payload);
     for (xcp::Message message{}; messages.next(message);) {
-        if (!message.is_daq() || take_packet(message.packet))
+        if (message.is_daq() ? take_packet(message.packet) : !message.is_service_request())
             continue;
         const std::uint8_t* start = message.packet.data() - xcp::message_header_size;
         if (start != piece)

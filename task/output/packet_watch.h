@@ -24,8 +24,9 @@ class PacketWatch {
     // Reads the library's measurement table, which stays as it is from here on.
     PacketWatch();
 
-    // Hands the payload on without the DAQ packets that the table does not have: as a whole, or in
-    // pieces of whole messages.
+    // Hands the payload on without the DAQ packets that the table does not have, and without
+    // service requests, which the library would print a line for: as a whole, or in pieces of whole
+    // messages.
     void take(std::span<const std::uint8_t> payload, const PayloadSink& library);
 
     // Whether anything has come that doubts() would name.

@@ -71,6 +71,8 @@ std::string remarks(const RunCounts& counts) {
     std::string text;
     if (counts.misfits || counts.untimed > 0)
         text += "  misfit";
+    if (!counts.state.empty())
+        text += "  " + counts.state;
     if (counts.gaps > 0)
         text += fmt::format("  {} gaps", counts.gaps);
     if (const std::uint64_t foreign = counts.losses.foreign; foreign > 0)
@@ -162,6 +164,9 @@ std::string closing_counts(const RunCounts& counts, const Findings& findings) {
         fmt::format_to(out, "not taken     {} datagrams: out of memory\n", counts.failures);
     if (counts.waiting > 0)
         fmt::format_to(out, "not decoded   {} frames\n", counts.waiting);
+    if (counts.notices.events + counts.notices.services > 0)
+        fmt::format_to(out, "slave said    {} events, {} service requests\n", counts.notices.events,
+                       counts.notices.services);
     text += timing_text(counts, findings);
     for (const SampleTimeWatch::Gap& gap : findings.times.first_gaps())
         fmt::format_to(out, "gap           from {} to {}: {}\n", time_text(gap.from),

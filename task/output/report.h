@@ -5,6 +5,7 @@
 #include "message_counter.h"
 #include "packet_watch.h"
 #include "sample_time_watch.h"
+#include "slave_notices.h"
 #include "task/sources/datagram_source.h"
 #include "task/sources/sample_order.h"
 #include "timing_watch.h"
@@ -27,8 +28,10 @@ struct RunCounts {
     SampleOrder::Counts order;  // samples that were put into order
     std::uint64_t putRight = 0; // datagrams that were
     std::uint64_t gaps = 0;     // in which the slave was away
-    double seconds = 0.0;       // since the start
-    double silence = 0.0;       // seconds without a DAQ packet, up to the end
+    SlaveNotices::Counts notices;
+    std::string state;    // what keeps datagrams from coming; empty while nothing does
+    double seconds = 0.0; // since the start
+    double silence = 0.0; // seconds without a DAQ packet, up to the end
 };
 
 // What a line shows only once there is something: datagrams that were refused, the first thing to

@@ -63,6 +63,12 @@ class DatagramSource {
     };
     virtual Losses losses() const = 0;
 
+    // What keeps it from handing on datagrams, in a few words; empty while nothing does.
+    virtual std::string state() const { return ""; }
+
+    // The slave seems to have begun anew.
+    virtual void doubt_session() {}
+
     // By DAQ list, what is known of it before start(); empty when somebody else has set it up.
     struct ListInfo {
         std::string name;

@@ -1,5 +1,6 @@
 #include "slave_link.h"
 
+#include "xcp/event_codes.h"
 #include "xcp/message.h"
 
 #include <algorithm>
@@ -70,10 +71,8 @@ void SlaveLink::check_interruption() {
 }
 
 void SlaveLink::open(Take take) {
-    if (open_)
-        return;
+    const std::lock_guard lock(takeMutex_);
     take_ = std::move(take);
-    open_ = true;
 }
 
 void SlaveLink::receive_datagram(std::span<const std::uint8_t> payload) noexcept {
@@ -82,7 +81,8 @@ void SlaveLink::receive_datagram(std::span<const std::uint8_t> payload) noexcept
     } catch (const std::bad_alloc&) {
         // The session takes it for a lost answer.
     }
-    if (open_)
+    const std::lock_guard lock(takeMutex_);
+    if (take_)
         take_(payload, steady_clock::now());
 }
 
@@ -93,6 +93,9 @@ void SlaveLink::keep_answers(std::span<const std::uint8_t> payload) {
             lastDaq_.store(now().count(), std::memory_order_relaxed);
         if (message.packet.empty() || message.is_daq())
             continue;
+        if (message.is_event() &&
+            message.packet[1] == static_cast<std::uint8_t>(xcp::Event::session_terminated))
+            ++terminations_;
         const std::lock_guard lock(mutex_);
         if (packets_.size() == most_packets)
             packets_.pop_front();

@@ -29,12 +29,19 @@ class SlaveLink : public xcp_master::Link {
     std::optional<xcp_master::Received> receive(xcp_master::Time until) override;
     void close_in_order() override { closing_ = true; }
 
-    // From now on datagrams go there, on the receiving thread. A second call changes nothing.
+    // From now on datagrams go there, on the receiving thread, or nowhere.
     using Take = std::function<void(std::span<const std::uint8_t> payload, Arrival arrival)>;
     void open(Take take);
+    void shut() { open({}); }
 
     // Waits, a moment at most, until no DAQ packet comes any more: those of a session before.
     void await_quiet() const;
+
+    // Since when no DAQ packet has come: by now(), and 0 before the first.
+    xcp_master::Time last_daq() const { return xcp_master::Time(lastDaq_); }
+
+    // How often the slave has said that the session is over. Any thread.
+    std::uint64_t terminations() const { return terminations_; }
 
     // Hands on what has arrived and ends receiving.
     void stop() { receiver_.stop(); }
@@ -56,8 +63,9 @@ class SlaveLink : public xcp_master::Link {
     std::deque<xcp_master::Received> packets_;       // guarded by mutex_
     std::atomic<xcp_master::Time::rep> lastDaq_ = 0; // when a DAQ packet came; 0: never
 
-    Take take_; // set before open_
-    std::atomic<bool> open_ = false;
+    std::mutex takeMutex_;
+    Take take_; // guarded by takeMutex_
+    std::atomic<std::uint64_t> terminations_ = 0;
     io::UdpReceiver receiver_; // last: its thread uses all of the above
 };
 

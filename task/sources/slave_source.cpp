@@ -2,6 +2,7 @@
 
 #include "task/exit_status.h"
 
+#include <algorithm>
 #include <system_error>
 
 namespace task {
@@ -9,7 +10,11 @@ namespace task {
 using xcp_master::SessionError;
 
 SlaveSource::SlaveSource(const io::UdpEndpoint& slave, SlaveSettings settings)
-    : slave_(slave), link_(slave, std::move(settings.stopWanted), std::move(settings.urgent)),
+    : slave_(slave),
+      link_(
+          slave,
+          [this, stopWanted = std::move(settings.stopWanted)] { return stopping_ || stopWanted(); },
+          std::move(settings.urgent)),
       session_(link_, settings.timeout, std::move(settings.trace)) {}
 
 void SlaveSource::fail(const std::string& cause) const {
@@ -18,6 +23,8 @@ void SlaveSource::fail(const std::string& cause) const {
 
 xcp_master::SlaveProperties SlaveSource::connect(const xcp_master::StatedProperties& stated,
                                                  const std::vector<xcp_master::WantedList>& lists) {
+    stated_ = stated;
+    wanted_ = lists;
     try {
         return properties_ = session_.connect(stated, lists);
     } catch (const SessionError& error) {
@@ -38,19 +45,10 @@ SlaveSource::make_plan(const std::vector<xcp_master::WantedList>& lists) {
     }
 }
 
-// Whatever comes before the start belongs to a session before. After a failure nothing is to come
-// any more: whoever takes the datagrams may go.
+// After a failure nothing is to come any more: whoever takes the datagrams may go.
 void SlaveSource::start(DatagramSink& sink) {
     try {
-        session_.start(plan_, [&](const std::vector<std::uint8_t>& firstPids) {
-            if (form_) // the set-up began anew, and the slave with it
-                return;
-            form_.emplace(properties_, plan_, firstPids);
-            link_.await_quiet();
-            link_.open([this, &sink](std::span<const std::uint8_t> payload, Arrival arrival) {
-                sink.take(form_->take(payload, arrival.time_since_epoch()), arrival);
-            });
-        });
+        session_.start(plan_, [&](const auto& firstPids) { begin(sink, firstPids); });
     } catch (const SessionError& error) {
         link_.stop();
         fail(error.what());
@@ -58,6 +56,68 @@ void SlaveSource::start(DatagramSink& sink) {
         link_.stop();
         throw Failure(ExitStatus::network, error.what());
     }
+    keeper_.emplace(link_, session_, longest_silence(),
+                    [this, &sink] { return begin_again(sink); });
+}
+
+// Whatever comes before the start belongs to a session before.
+void SlaveSource::begin(DatagramSink& sink, const std::vector<std::uint8_t>& firstPids) {
+    link_.shut();
+    const auto form = std::make_shared<xcp_master::DtoForm>(properties_, plan_, firstPids);
+    {
+        const std::lock_guard lock(formMutex_);
+        overloads_ += form_ ? form_->overloads() : 0;
+        untold_ += form_ ? form_->untold() : 0;
+        form_ = form;
+    }
+    link_.await_quiet();
+    link_.open([form, &sink](std::span<const std::uint8_t> payload, Arrival arrival) {
+        sink.take(form->take(payload, arrival.time_since_epoch()), arrival);
+    });
+}
+
+bool SlaveSource::begin_again(DatagramSink& sink) {
+    link_.shut();
+    const auto slave = session_.reconnect(stated_, wanted_);
+    if (!slave)
+        return false;
+    check_plan(*slave);
+    session_.start(plan_, [&](const auto& firstPids) {
+        sink.begin_session("the slave was away");
+        begin(sink, firstPids);
+    });
+    return true;
+}
+
+// The library has laid out this plan, and its table cannot be changed.
+void SlaveSource::check_plan(const xcp_master::SlaveProperties& slave) const {
+    auto plan = xcp_master::make_plan(wanted_, limits_of(slave));
+    plan.firstDaq = slave.minDaq;
+    const auto before = in_words(properties_);
+    const auto now = in_words(slave);
+    for (std::size_t i = 0; i < now.size(); ++i)
+        if (now[i].value != before[i].value)
+            throw xcp_master::Unsuitable("it came back as another one: its " + now[i].name +
+                                         " is " + now[i].value + " and was " + before[i].value);
+    if (plan != plan_)
+        throw xcp_master::Unsuitable("it came back as another one: its DAQ lists differ");
+}
+
+// Five cycles of the slowest list.
+std::chrono::nanoseconds SlaveSource::longest_silence() const {
+    std::chrono::nanoseconds longest = std::chrono::seconds(2);
+    for (const auto& event : properties_.events)
+        longest = std::max(longest, 5 * std::chrono::nanoseconds(event.cycle_ns));
+    return longest;
+}
+
+void SlaveSource::doubt_session() {
+    if (keeper_)
+        keeper_->doubt();
+}
+
+bool SlaveSource::ended() const {
+    return !link_.receiver().error().empty() || (keeper_ && !keeper_->error().empty());
 }
 
 std::string SlaveSource::way() const {
@@ -70,6 +130,9 @@ std::string SlaveSource::description() const {
 
 // The slave has stopped before receiving ends: what it sent until then counts.
 void SlaveSource::stop() {
+    stopping_ = true;
+    if (keeper_)
+        keeper_->stop();
     try {
         session_.end();
     } catch (const std::exception& error) {
@@ -81,18 +144,17 @@ void SlaveSource::stop() {
 void SlaveSource::check() const {
     if (!link_.receiver().error().empty())
         throw Failure(ExitStatus::network, "receiving failed: " + link_.receiver().error());
+    if (keeper_ && !keeper_->error().empty())
+        fail(keeper_->error());
     if (!endError_.empty())
         fail("not ended in order: " + endError_);
 }
 
 DatagramSource::Losses SlaveSource::losses() const {
     const auto counters = link_.receiver().counters();
-    Losses losses{counters.kernelDrops, counters.foreign};
-    if (form_) {
-        losses.overloads = form_->overloads();
-        losses.untold = form_->untold();
-    }
-    return losses;
+    const std::lock_guard lock(formMutex_);
+    return {counters.kernelDrops, counters.foreign, overloads_ + (form_ ? form_->overloads() : 0),
+            untold_ + (form_ ? form_->untold() : 0)};
 }
 
 std::vector<DatagramSource::ListInfo> SlaveSource::lists() const {

@@ -2,11 +2,15 @@
 // Datagrams from a slave that the task itself sets up, starts and stops.
 
 #include "datagram_source.h"
+#include "session_keeper.h"
 #include "slave_link.h"
 #include "xcp_master/dto_form.h"
 #include "xcp_master/session.h"
 
+#include <atomic>
 #include <functional>
+#include <memory>
+#include <mutex>
 #include <optional>
 #include <string>
 #include <vector>
@@ -39,7 +43,9 @@ class SlaveSource : public DatagramSource {
     void start(DatagramSink& sink) override;
     std::string description() const override;
     bool can_wait() const override { return false; }
-    bool ended() const override { return !link_.receiver().error().empty(); }
+    bool ended() const override;
+    std::string state() const override { return keeper_ ? keeper_->state() : ""; }
+    void doubt_session() override;
     void stop() override;
     void check() const override;
     Losses losses() const override;
@@ -48,14 +54,25 @@ class SlaveSource : public DatagramSource {
 
   private:
     [[noreturn]] void fail(const std::string& cause) const;
+    void begin(DatagramSink& sink, const std::vector<std::uint8_t>& firstPids);
+    bool begin_again(DatagramSink& sink);
+    void check_plan(const xcp_master::SlaveProperties& slave) const;
+    std::chrono::nanoseconds longest_silence() const;
 
     const io::UdpEndpoint slave_;
+    std::atomic<bool> stopping_ = false;
     SlaveLink link_;
-    xcp_master::Session session_;
-    xcp_master::SlaveProperties properties_;
+    xcp_master::Session session_; // the keeper's while there is one
+    xcp_master::StatedProperties stated_;
+    std::vector<xcp_master::WantedList> wanted_;
+    xcp_master::SlaveProperties properties_; // of the first session
     xcp_master::DaqPlan plan_;
-    std::optional<xcp_master::DtoForm> form_; // set before datagrams come
-    std::string endError_;                    // why the session did not end in order
+    mutable std::mutex formMutex_;
+    std::shared_ptr<xcp_master::DtoForm> form_; // of this session; guarded by formMutex_
+    std::uint64_t overloads_ = 0;               // of the sessions before; guarded by formMutex_
+    std::uint64_t untold_ = 0;                  // guarded by formMutex_
+    std::optional<SessionKeeper> keeper_;
+    std::string endError_; // why the session did not end in order
 };
 
 } // namespace task
