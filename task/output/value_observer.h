@@ -1,8 +1,8 @@
 #pragma once
 // Sees every value on the worker's thread: looks at its sample time and records it when asked to.
 
-#include "csv_recorder.h"
 #include "host/standin/variable_store.h"
+#include "recorder.h"
 #include "sample_time_watch.h"
 
 namespace task {
@@ -11,7 +11,7 @@ namespace task {
 class ValueObserver : public halmor_standin::WriteObserver {
   public:
     // Null when nothing is recorded; not owned.
-    explicit ValueObserver(CsvRecorder* recorder) : recorder_(recorder) {
+    explicit ValueObserver(Recorder* recorder) : recorder_(recorder) {
         halmor_standin::VariableStore::observe(this);
     }
     ~ValueObserver() override { halmor_standin::VariableStore::observe(nullptr); }
@@ -29,7 +29,7 @@ class ValueObserver : public halmor_standin::WriteObserver {
 
   private:
     SampleTimeWatch watch_;
-    CsvRecorder* const recorder_;
+    Recorder* const recorder_;
 };
 
 } // namespace task
