@@ -9,8 +9,8 @@
 #include "prepare.h"
 #include "registration.h"
 #include "task/configuration/configuration_check.h"
-#include "task/output/csv_recorder.h"
 #include "task/output/frame_dump.h"
+#include "task/output/make_recorder.h"
 #include "task/output/progress.h"
 #include "task/output/report.h"
 #include "task/output/value_observer.h"
@@ -48,9 +48,8 @@ std::uint64_t values_written() {
 // nothing is waited for.
 class Run {
   public:
-    Run(const Options& options, api_xcp_daq& daq, TerminationSignals& signals,
-        std::unique_ptr<DatagramSource> source)
-        : options_(options), daq_(daq), signals_(signals), source_(std::move(source)) {
+    Run(const Options& options, api_xcp_daq& daq, TerminationSignals& signals, Prepared prepared)
+        : options_(options), daq_(daq), signals_(signals), source_(std::move(prepared.source)) {
         const auto noRoom = source_->can_wait() ? NoRoom::waits : NoRoom::loses;
         const auto urgent = [&signals] { return signals.urgent(); };
         if (options.dump)
@@ -58,8 +57,8 @@ class Run {
         intake_.emplace(source_->can_wait(), dump_ ? &*dump_ : nullptr,
                         std::chrono::milliseconds(options.hold));
         if (options.record)
-            recorder_.emplace(*options.record, noRoom, urgent);
-        observer_.emplace(recorder_ ? &*recorder_ : nullptr);
+            recorder_ = make_recorder(*options.record, prepared.configuration, noRoom, urgent);
+        observer_.emplace(recorder_.get());
     }
 
     ~Run() { signals_.hurry(); } // whatever failed, the recorder's thread ends
@@ -159,7 +158,7 @@ class Run {
     const std::unique_ptr<DatagramSource> source_;
     std::optional<FrameDump> dump_;
     std::optional<Intake> intake_;
-    std::optional<CsvRecorder> recorder_;
+    std::unique_ptr<Recorder> recorder_;
     std::optional<ValueObserver> observer_;
     Clock::time_point start_;
     double silence_ = 0; // seconds, known at the end
@@ -190,7 +189,7 @@ ExitStatus run(const Options& options) {
             protocolLog.emplace(*options.protocolLog);
         Prepared prepared = prepare(daq, options, signals, protocolLog ? &*protocolLog : nullptr);
         api_xcp_daq::dumpInfo();
-        return Run(options, daq, signals, std::move(prepared.source)).execute();
+        return Run(options, daq, signals, std::move(prepared)).execute();
     } catch (const io::FileError& error) {
         throw Failure(ExitStatus::file, error.what());
     }

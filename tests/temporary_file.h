@@ -1,5 +1,5 @@
 #pragma once
-// A file for one test, empty at first and gone afterwards.
+// A file for one test, gone afterwards.
 
 #include <cstdio>
 #include <filesystem>
@@ -11,7 +11,10 @@
 
 class TemporaryFile {
   public:
-    explicit TemporaryFile(const std::string& text = "") { std::ofstream(path_) << text; }
+    explicit TemporaryFile(const std::string& text = "", const std::string& ending = "")
+        : path_(new_path() + ending) {
+        std::ofstream(path_) << text;
+    }
     ~TemporaryFile() { std::filesystem::remove(path_); }
     TemporaryFile(const TemporaryFile&) = delete;
     TemporaryFile& operator=(const TemporaryFile&) = delete;
@@ -23,10 +26,13 @@ class TemporaryFile {
     }
 
   private:
-    static inline int made_ = 0;
-    const std::string path_ =
-        std::filesystem::temp_directory_path() /
-        ("xcp_daq_test_" + std::to_string(getpid()) + "_" + std::to_string(made_++));
+    static std::string new_path() {
+        static int made = 0;
+        return std::filesystem::temp_directory_path() /
+               ("xcp_daq_test_" + std::to_string(getpid()) + "_" + std::to_string(made++));
+    }
+
+    const std::string path_;
 };
 
 // What `act` writes to standard output and flushes.

@@ -83,20 +83,20 @@ std::size_t CsvRecorder::add(std::span<const RecordedValue> values) {
                 add_gap(each.time);
             continue;
         }
-        if (!lineBegun_ || !same_time(each.time, lineTime_) || line_[each.column])
+        if (!lineBegun_ || each.time != lineTime_ || line_[each.column])
             begin_line(each.time);
         line_[each.column] = each.value;
     }
     return text_.size();
 }
 
-void CsvRecorder::add_gap(const timespec& from) {
+void CsvRecorder::add_gap(std::int64_t from) {
     begin_line(from);
     std::fill(line_.begin(), line_.end(), std::numeric_limits<double>::quiet_NaN());
     end_line();
 }
 
-void CsvRecorder::begin_line(const timespec& time) {
+void CsvRecorder::begin_line(std::int64_t time) {
     end_line();
     lineBegun_ = true;
     lineTime_ = time;
@@ -105,8 +105,8 @@ void CsvRecorder::begin_line(const timespec& time) {
 void CsvRecorder::end_line() {
     if (!lineBegun_)
         return;
-    fmt::format_to(std::back_inserter(text_), FMT_COMPILE("{}.{:09}"), lineTime_.tv_sec,
-                   lineTime_.tv_nsec);
+    fmt::format_to(std::back_inserter(text_), FMT_COMPILE("{}.{:09}"), lineTime_ / second_ns,
+                   lineTime_ % second_ns);
     for (std::optional<double>& cell : line_) {
         text_.push_back(',');
         if (cell)

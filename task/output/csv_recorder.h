@@ -39,8 +39,8 @@ class CsvRecorder final : public Recorder, private FileFormat<RecordedValue> {
   private:
     std::size_t add(std::span<const RecordedValue> values) override;
     void write(bool last) override;
-    void begin_line(const timespec& time);
-    void add_gap(const timespec& from);
+    void begin_line(std::int64_t time);
+    void add_gap(std::int64_t from);
     void end_line();
     void wait_for_file();
 
@@ -50,7 +50,7 @@ class CsvRecorder final : public Recorder, private FileFormat<RecordedValue> {
 
     // The writer's.
     std::vector<std::optional<double>> line_; // being put together
-    timespec lineTime_{};
+    std::int64_t lineTime_ = 0;
     bool lineBegun_ = false;
     fmt::memory_buffer text_;     // whole lines for the file
     std::uint64_t unwritten_ = 0; // lines that the disk refused; none is tried after the first

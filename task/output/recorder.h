@@ -5,6 +5,7 @@
 
 #include <array>
 #include <cstddef>
+#include <cstdint>
 #include <ctime>
 #include <limits>
 
@@ -29,22 +30,26 @@ class Recorder {
 
 // ---- for who implements it: what the worker hands to the writer's thread ----
 
+constexpr std::int64_t second_ns = 1'000'000'000;
+
+// Kept small: what it takes to hand a value over is the time to move its bytes between two caches.
 struct RecordedValue {
-    std::size_t column; // the variable's number, or one of the two below
+    std::int64_t time; // nanoseconds since 1970
     double value;
-    timespec time;
+    std::uint32_t column; // the variable's number, or one of the two below
+
+    RecordedValue() = default;
+    RecordedValue(std::size_t number, double of, const timespec& at)
+        : time(at.tv_sec * second_ns + at.tv_nsec), value(of),
+          column(static_cast<std::uint32_t>(number)) {}
 };
 
 // A gap is two items, one right after the other.
-constexpr std::size_t gap_end = std::numeric_limits<std::size_t>::max();
-constexpr std::size_t gap_begin = gap_end - 1;
+constexpr std::uint32_t gap_end = std::numeric_limits<std::uint32_t>::max();
+constexpr std::uint32_t gap_begin = gap_end - 1;
 
 inline std::array<RecordedValue, 2> gap_items(const timespec& from, const timespec& to) {
-    return {{{gap_begin, 0, from}, {gap_end, 0, to}}};
-}
-
-inline bool same_time(const timespec& a, const timespec& b) {
-    return a.tv_sec == b.tv_sec && a.tv_nsec == b.tv_nsec;
+    return {RecordedValue(gap_begin, 0, from), RecordedValue(gap_end, 0, to)};
 }
 
 } // namespace task
