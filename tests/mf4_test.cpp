@@ -6,6 +6,7 @@
 #include "task_program.h"
 #include "temporary_file.h"
 
+#include <fmt/format.h>
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -32,103 +33,88 @@ const Variable& variable(const std::string& name, VariableKind kind = VariableKi
     return VariableStore::instance().define(name, kind, "");
 }
 
-std::string losses_of(task::Recorder& recorder) {
-    try {
-        recorder.close();
-    } catch (const io::FileError& error) {
-        return error.what();
+// A line of names and units, then one of each record: nanoseconds from the start, and values.
+std::string text_of(const MdfList& list) {
+    std::string text = fmt::format("{}: {}", list.name, fmt::join(list.channels, ", "));
+    for (const MdfRecord& record : list.records) {
+        text += fmt::format("\n{}", std::llround(record.seconds * 1e9));
+        for (const auto& value : record.values)
+            text += value ? fmt::format(" {}", *value) : " -";
     }
-    return "nothing";
-}
-
-// Nanoseconds since 1970.
-std::int64_t time_in(const MdfContents& contents, double seconds) {
-    return contents.start + std::llround(seconds * 1e9);
-}
-std::int64_t nanoseconds(const timespec& time) {
-    return time.tv_sec * 1'000'000'000 + time.tv_nsec;
+    return text;
 }
 
 TEST(Mf4Recorder, WritesWhatCameAtEachTimeOfEachList) {
-    const auto real = VariableKind::real;
-    const auto integer = VariableKind::integer;
-    task::RecordedList fast{"fast", "event1ms", {}};
-    for (int i = 0; i < 9; ++i)
-        fast.variables.push_back(
-            {&variable("v" + std::to_string(i), i == 1 ? integer : real), i == 0 ? "°C" : ""});
-    const Variable& unlisted = variable("unlisted");
-    const task::RecordedList slow{"slow", "", {{&variable("w", integer), "A much longer unit"}}};
+    task::RecordedList fast{"fast", "event1ms", {{&variable("v0"), "°C"}}};
+    fast.variables.push_back({&variable("v1", VariableKind::integer), ""});
+    for (const char* name : {"v2", "v3", "v4", "v5", "v6", "v7", "v8"})
+        fast.variables.push_back({&variable(name), ""});
+    const auto& w = variable("w", VariableKind::integer);
     const auto& v = fast.variables;
     const std::time_t now = std::time(nullptr);
     const timespec first{now + 10, 999'999'999};
-    const timespec second{now + 86'400, 1};
+    const timespec later{now + 86'400, 1};
     const TemporaryFile file;
-    task::Mf4Recorder recorder(file.path(), {fast, slow}, task::NoRoom::waits, never);
-    recorder.take(*v[0].variable, 0.1, {});
+    task::Mf4Recorder recorder(file.path(), {fast, {"slow", "", {{&w, "A longer unit"}}}},
+                               task::NoRoom::waits, never);
+    recorder.take(*v[0].variable, 0.1, {}); // before the first timestamp
     recorder.take(*v[1].variable, -2147483648.0, first);
-    recorder.take(*slow.variables[0].variable, 2147483647.0, first);
+    recorder.take(w, 2147483647.0, first);
     recorder.take(*v[8].variable, -HUGE_VAL, first);
-    recorder.take(unlisted, 1, first);
     recorder.take(*v[8].variable, 1e-300, first);
-    recorder.gap(first, second);
-    recorder.take(*v[8].variable, 4, second);
-    EXPECT_EQ(losses_of(recorder), "nothing");
+    recorder.gap(first, later);
+    recorder.take(*v[8].variable, 4, later);
+    recorder.close();
 
-    const MdfContents contents = read_mdf(file.text());
-    EXPECT_TRUE(contents.finalised);
-    EXPECT_LE(std::abs(contents.start / 1'000'000'000 - now), 1);
-    ASSERT_EQ(contents.lists.size(), 2U);
-    EXPECT_EQ(contents.lists[0].name, "fast/event1ms");
-    EXPECT_EQ(contents.lists[1].name, "slow/");
-    const auto& channels = contents.lists[0].channels;
-    ASSERT_EQ(channels.size(), 9U);
-    EXPECT_EQ(channels[0], "v0 real °C");
-    EXPECT_EQ(channels[1], "v1 integer ");
-    EXPECT_EQ(contents.lists[1].channels.at(0), "w integer A much longer unit");
-
-    struct Expected {
-        std::size_t list;
-        std::int64_t time;
-        std::map<std::size_t, double> values;
-    };
-    const Expected expected[] = {
-        {0, contents.start, {{0, 0.1}}}, // before the first timestamp
-        {0, nanoseconds(first), {{1, -2147483648.0}, {8, -HUGE_VAL}}},
-        {0, nanoseconds(first), {{8, 1e-300}}},
-        {0, nanoseconds(second), {{8, 4}}},
-        {1, nanoseconds(first), {{0, 2147483647}}},
-    };
-    std::size_t next[2] = {};
-    for (const Expected& each : expected) {
-        const MdfRecord& record = contents.lists[each.list].records.at(next[each.list]++);
-        EXPECT_EQ(time_in(contents, record.seconds), each.time);
-        for (std::size_t i = 0; i < record.values.size(); ++i)
-            EXPECT_EQ(record.values[i],
-                      each.values.contains(i) ? std::optional(each.values.at(i)) : std::nullopt);
-    }
-    EXPECT_EQ(contents.lists[0].records.size(), next[0]);
-    EXPECT_EQ(contents.lists[1].records.size(), next[1]);
-    ASSERT_EQ(contents.gaps.size(), 1U);
-    EXPECT_EQ(time_in(contents, contents.gaps[0].begin), nanoseconds(first));
-    EXPECT_EQ(time_in(contents, contents.gaps[0].end), nanoseconds(second));
+    const MdfReader read(file.text());
+    EXPECT_TRUE(read.finalised);
+    EXPECT_LE(std::abs(read.start / 1'000'000'000 - now), 1);
+    const std::int64_t firstTime = (now + 10) * 1'000'000'000 + 999'999'999 - read.start;
+    const std::int64_t laterTime = (now + 86'400) * 1'000'000'000 + 1 - read.start;
+    ASSERT_EQ(read.lists.size(), 2U);
+    EXPECT_EQ(text_of(read.lists[0]),
+              fmt::format("fast/event1ms: v0 real °C, v1 integer , v2 real , v3 real , v4 real , "
+                          "v5 real , v6 real , v7 real , v8 real \n0 0.1 - - - - - - - -\n"
+                          "{0} - -2147483648 - - - - - - -inf\n{0} - - - - - - - - 1e-300\n"
+                          "{1} - - - - - - - - 4",
+                          firstTime, laterTime));
+    EXPECT_EQ(text_of(read.lists[1]),
+              fmt::format("slow/: w integer A longer unit\n{} 2147483647", firstTime));
+    ASSERT_EQ(read.gaps.size(), 1U);
+    EXPECT_EQ(read.gaps[0], std::pair(firstTime, laterTime));
 }
 
-// More blocks than a list of them holds, and the file opens after each.
-TEST(Mf4File, OpensAtAnyMomentOfALongRun) {
-    const TemporaryFile place;
-    const task::MdfGroup group{"g", "", {{"v", "", task::mdf::NumberType::integer, 8, 4}}, 12, 1};
-    task::MdfFile file(place.path(), 1, {group, group});
-    for (std::size_t blocks = 0; blocks <= 600; ++blocks) {
-        const MdfContents contents = read_mdf(place.text());
-        ASSERT_FALSE(contents.finalised);
-        ASSERT_EQ(contents.lists[0].records.size(), 3 * (blocks / 2));
-        ASSERT_EQ(contents.lists[1].records.size(), 3 * ((blocks + 1) / 2));
-        ASSERT_EQ(contents.gaps.size(), blocks / 100);
-        ASSERT_TRUE(file.add_records(1 - blocks % 2, std::vector<std::uint8_t>(39)));
-        ASSERT_TRUE(blocks % 100 != 99 || file.add_gap(1, 2));
+// Adds blocks of two groups in turn, and gaps, until the disk is full or there are more blocks than
+// one list of them holds.
+void fill(task::MdfFile& file, const TemporaryFile& place) {
+    for (std::size_t blocks = 0; blocks < 600; ++blocks) {
+        if (!file.add_records(1 - blocks % 2, std::vector<std::uint8_t>(39)) ||
+            (blocks % 100 == 3 && !file.add_gap(1, 2)))
+            return;
+        const MdfReader read(place.text());
+        ASSERT_EQ(read.lists[0].records.size(), (blocks + 1) / 2 * 3);
+        ASSERT_EQ(read.lists[1].records.size(), (blocks + 2) / 2 * 3);
+        ASSERT_EQ(read.gaps.size(), (blocks + 97) / 100);
     }
+}
+
+TEST(Mf4File, OpensAtAnyMomentOfARun) {
+    std::signal(SIGXFSZ, SIG_IGN);
+    const task::MdfGroup group{"g", "", {{"v", "", task::mdf::NumberType::integer, 8, 4}}, 12, 1};
+    const TemporaryFile place;
+    for (rlimit limit{2000, RLIM_INFINITY}; limit.rlim_cur < 18'000; limit.rlim_cur += 80) {
+        setrlimit(RLIMIT_FSIZE, &limit);
+        task::MdfFile file(place.path(), 1, {group, group});
+        fill(file, place);
+        EXPECT_EQ(file.error(), "File too large");
+        EXPECT_NO_THROW(MdfReader(place.text())) << "full at " << limit.rlim_cur;
+    }
+    const rlimit none{RLIM_INFINITY, RLIM_INFINITY};
+    setrlimit(RLIMIT_FSIZE, &none);
+    task::MdfFile file(place.path(), 1, {group, group});
+    fill(file, place);
     EXPECT_TRUE(file.finalise());
-    EXPECT_EQ(read_mdf(place.text()).lists[1].records.size(), 903U);
+    EXPECT_EQ(MdfReader(place.text()).lists[1].records.size(), 900U);
 }
 
 TEST(Mf4Recorder, HasWhatCameInTheFileSoon) {
@@ -137,9 +123,8 @@ TEST(Mf4Recorder, HasWhatCameInTheFileSoon) {
     task::Mf4Recorder recorder(file.path(), {list}, task::NoRoom::waits, never);
     for (int i = 0; i < 1000; ++i)
         recorder.take(*list.variables[0].variable, i, {1, i});
-    while (read_mdf(file.text()).lists[0].records.size() < 1000) // the last one is not full
+    while (MdfReader(file.text()).lists[0].records.size() < 1000) // the last one is not full
         std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    EXPECT_FALSE(read_mdf(file.text()).finalised);
 }
 
 TEST(Mf4Recorder, TellsWhatTheDiskRefused) {
@@ -149,20 +134,22 @@ TEST(Mf4Recorder, TellsWhatTheDiskRefused) {
     const task::RecordedList list{"l", "", {{&variable("v"), ""}}};
     const TemporaryFile file;
     task::Mf4Recorder recorder(file.path(), {list}, task::NoRoom::waits, never);
-    constexpr int given = 200'000; // records of 17 bytes
-    for (int i = 0; i < given; ++i)
+    for (int i = 0; i < 200'000; ++i) // records of 17 bytes
         recorder.take(*list.variables[0].variable, i, {1, i});
-    const std::string losses = losses_of(recorder);
+    std::string losses;
+    try {
+        recorder.close();
+    } catch (const io::FileError& error) {
+        losses = error.what();
+    }
     std::smatch count;
-    ASSERT_TRUE(std::regex_match(losses, count,
-                                 std::regex(".*: (\\d+) records were not written: File too large")))
-        << losses;
-    const MdfContents contents = read_mdf(file.text());
-    EXPECT_TRUE(contents.finalised);
-    const auto& records = contents.lists[0].records;
-    EXPECT_EQ(records.size() + std::stoul(count[1]), std::size_t{given});
-    EXPECT_GT(records.size(), 40'000U) << "of 88 000 for which there was room";
-    EXPECT_EQ(records.back().values.at(0), static_cast<double>(records.size() - 1));
+    const std::regex line(".*: (\\d+) records were not written: File too large");
+    ASSERT_TRUE(std::regex_match(losses, count, line)) << losses;
+    const MdfReader read(file.text());
+    EXPECT_TRUE(read.finalised);
+    const std::size_t records = read.lists[0].records.size();
+    EXPECT_EQ(records + std::stoul(count[1]), 200'000U);
+    EXPECT_EQ(read.lists[0].records.back().values.at(0), static_cast<double>(records - 1));
 }
 
 TEST(Mf4Recorder, RefusesAPipeThatNobodyReads) {
@@ -177,45 +164,46 @@ TEST(Mf4Recorder, RefusesAPipeThatNobodyReads) {
 // What came under a name: nanoseconds from the first timestamp, -1 before it, and values.
 using Came = std::map<std::string, std::vector<std::pair<std::int64_t, double>>>;
 
-void count_from_first(Came& came) {
-    std::int64_t first = std::numeric_limits<std::int64_t>::max();
-    for (const auto& [name, values] : came)
-        for (const auto& [time, value] : values)
-            first = time > 0 ? std::min(first, time) : first;
+Came from_first_time(Came came) {
+    std::int64_t first = 0;
+    for (const auto& [time, value] : came.at("f_n"))
+        first = first == 0 ? time : first;
     for (auto& [name, values] : came)
         for (auto& [time, value] : values)
             time = time > 0 ? time - first : -1;
+    return came;
+}
+
+std::vector<std::string> parts_of(const std::string& text, char separator) {
+    std::vector<std::string> parts;
+    std::istringstream stream(text);
+    for (std::string part; std::getline(stream, part, separator);)
+        parts.push_back(part);
+    return parts;
 }
 
 Came came_as_csv(const std::string& text) {
     Came came;
-    std::istringstream lines(text);
-    std::vector<std::string> names;
-    for (std::string line, cell; std::getline(lines, line);) {
-        std::istringstream cells(line);
-        std::getline(cells, cell, ',');
-        const bool isHeader = names.empty();
-        const std::int64_t time = isHeader ? 0 : std::stoll(cell.erase(cell.find('.'), 1));
-        for (std::size_t i = 0; std::getline(cells, cell, ','); ++i)
-            if (isHeader)
-                names.push_back(cell);
-            else if (!cell.empty())
-                came[names.at(i)].emplace_back(time, std::stod(cell));
+    const auto names = parts_of(text.substr(0, text.find('\n')), ',');
+    for (const std::string& line : parts_of(text.substr(text.find('\n') + 1), '\n')) {
+        auto cells = parts_of(line, ',');
+        const std::int64_t time = std::stoll(cells[0].erase(cells[0].find('.'), 1));
+        for (std::size_t i = 1; i < cells.size(); ++i)
+            if (!cells[i].empty())
+                came[names.at(i)].emplace_back(time, std::stod(cells[i]));
     }
-    count_from_first(came);
-    return came;
+    return from_first_time(came);
 }
 
-Came came_as_mf4(const MdfContents& contents) {
+Came came_as_mf4(const MdfReader& read) {
     Came came;
-    for (const MdfList& list : contents.lists)
+    for (const MdfList& list : read.lists)
         for (const MdfRecord& record : list.records)
             for (std::size_t i = 0; i < record.values.size(); ++i)
                 if (record.values[i])
                     came[list.channels[i].substr(0, list.channels[i].find(' '))].emplace_back(
                         std::llround(record.seconds * 1e9), *record.values[i]);
-    count_from_first(came);
-    return came;
+    return from_first_time(came);
 }
 
 TEST(Mf4Task, RecordsWhatTheCsvHas) {
@@ -228,12 +216,11 @@ TEST(Mf4Task, RecordsWhatTheCsvHas) {
                       data + "/slave_excerpt.pcap", "--pace", "max", "--record", record});
         ASSERT_EQ(end.status, 0) << end.errors;
     }
-    const MdfContents contents = read_mdf(mf4.text());
-    const Came came = came_as_mf4(contents);
+    const MdfReader read(mf4.text());
+    const Came came = came_as_mf4(read);
     EXPECT_EQ(came.size(), 25U);
     EXPECT_EQ(came, came_as_csv(csv.text()));
-    ASSERT_EQ(contents.lists.size(), 3U);
-    EXPECT_EQ(contents.lists[1].name, "slow/e10");
+    EXPECT_EQ(read.lists.at(1).name, "slow/e10");
 }
 
 TEST(Mf4Task, LeavesAFileThatOpensWhenItIsKilled) {
@@ -242,20 +229,16 @@ TEST(Mf4Task, LeavesAFileThatOpensWhenItIsKilled) {
                              "@LIST3\nslow DAQ event20ms\nengSpeed - -\nbattery - volts\n$\n");
     const TemporaryFile file("", ".mf4");
     TaskProgram task({spec.path(), "--simulate", "--quiet", "--record", file.path()});
-    ASSERT_TRUE(task.await_output("datagrams "));
-    while (file.text().size() < 40'000) // of which lists take less than half
+    while (file.text().size() < 40'000) // of which lists of blocks take less than half
         std::this_thread::sleep_for(std::chrono::milliseconds(20));
     task.signal(SIGKILL);
     task.wait();
-    const MdfContents contents = read_mdf(file.text());
-    EXPECT_FALSE(contents.finalised);
-    ASSERT_EQ(contents.lists.size(), 2U);
-    EXPECT_EQ(contents.lists[0].name, "fast/event1ms");
-    EXPECT_EQ(contents.lists[0].channels, std::vector<std::string>{"engSpeed real rpm"});
-    EXPECT_EQ(contents.lists[1].name, "slow/event20ms");
-    EXPECT_EQ(contents.lists[1].channels, std::vector<std::string>{"volts real V"});
-    EXPECT_GT(contents.lists[0].records.size(), 500U);
-    EXPECT_FALSE(contents.lists[1].records.empty());
+    const MdfReader read(file.text());
+    EXPECT_FALSE(read.finalised);
+    ASSERT_EQ(read.lists.size(), 2U);
+    EXPECT_TRUE(text_of(read.lists[0]).starts_with("fast/event1ms: engSpeed real rpm\n"));
+    EXPECT_TRUE(text_of(read.lists[1]).starts_with("slow/event20ms: volts real V\n"));
+    EXPECT_GT(read.lists[0].records.size(), 500U);
 }
 
 } // namespace

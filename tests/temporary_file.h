@@ -12,7 +12,9 @@
 class TemporaryFile {
   public:
     explicit TemporaryFile(const std::string& text = "", const std::string& ending = "")
-        : path_(new_path() + ending) {
+        : path_(std::filesystem::temp_directory_path() /
+                ("xcp_daq_test_" + std::to_string(getpid()) + "_" + std::to_string(made_++) +
+                 ending)) {
         std::ofstream(path_) << text;
     }
     ~TemporaryFile() { std::filesystem::remove(path_); }
@@ -26,12 +28,7 @@ class TemporaryFile {
     }
 
   private:
-    static std::string new_path() {
-        static int made = 0;
-        return std::filesystem::temp_directory_path() /
-               ("xcp_daq_test_" + std::to_string(getpid()) + "_" + std::to_string(made++));
-    }
-
+    static inline int made_ = 0;
     const std::string path_;
 };
 
