@@ -5,6 +5,7 @@
 #include "host/standin/variable_store.h"
 #include "task/output/csv_recorder.h"
 #include "task/output/frame_dump.h"
+#include "task/output/mf4_recorder.h"
 
 #include <fmt/format.h>
 
@@ -26,6 +27,7 @@ bool never() {
 // ---- recording: lines with a value of every variable, every other one whole ----
 
 constexpr int recorded_values = 4'000'000;
+constexpr int compared_values = 16'000'000; // so many that start and end of both count for little
 
 double value_of(int line, std::size_t column) {
     return column % 2 == 0 ? line * 3 : line * 0.1;
@@ -39,14 +41,40 @@ int recorded_lines() {
     return recorded_values / static_cast<int>(VariableStore::instance().variables().size());
 }
 
-double record_values() {
-    return seconds_of([] {
-        task::CsvRecorder recorder("/dev/null", task::NoRoom::waits, never);
-        for (int line = 0; line < recorded_lines(); ++line)
-            for (const Variable& variable : VariableStore::instance().variables())
-                recorder.take(variable, value_of(line, variable.number()), time_of(line));
-        recorder.close();
-    });
+void give_values(task::Recorder& recorder, int values) {
+    const auto& variables = VariableStore::instance().variables();
+    const int lines = values / static_cast<int>(variables.size());
+    for (int line = 0; line < lines; ++line) {
+        const timespec time = time_of(line);
+        for (const Variable& variable : variables)
+            recorder.take(variable, value_of(line, variable.number()), time);
+    }
+    recorder.close();
+}
+
+Prepare recorded_as_csv(int values) {
+    return [values] {
+        return [values] {
+            return seconds_of([values] {
+                task::CsvRecorder recorder("/dev/null", task::NoRoom::waits, never);
+                give_values(recorder, values);
+            });
+        };
+    };
+}
+
+Prepare recorded_as_mf4(int values) {
+    return [values] {
+        task::RecordedList list{"all", "", {}};
+        for (const Variable& variable : VariableStore::instance().variables())
+            list.variables.push_back({&variable, ""});
+        return [values, list] {
+            return seconds_of([values, &list] {
+                task::Mf4Recorder recorder("/dev/null", {list}, task::NoRoom::waits, never);
+                give_values(recorder, values);
+            });
+        };
+    };
 }
 
 double format_values_by_hand() {
@@ -108,8 +136,11 @@ Prepare dumped_by_hand(std::size_t packetSize) {
 
 void add_output() {
     const Row recording{"record", "a value", "at most 0.45"};
-    add(recording, "library", recorded_values, [] { return record_values; });
+    add(recording, "library", recorded_values, recorded_as_csv(recorded_values));
     add(recording, "floor", recorded_values, [] { return format_values_by_hand; });
+    const Row measurementFile{"record", "a value, .mf4 against .csv", "at most 0.33"};
+    add(measurementFile, "library", compared_values, recorded_as_mf4(compared_values));
+    add(measurementFile, "floor", compared_values, recorded_as_csv(compared_values));
     const std::size_t size = 32;
     const Row dump{"dump", size_text(size) + ", of the receiver's time", "reported"};
     const std::size_t packets = dumped_datagrams * datagram_for(size).packets;

@@ -39,10 +39,14 @@ void read_spec(const std::string& path) {
 
 void read_capture(const std::string& path) {
     task::CaptureFile capture(path, io::parse_endpoint("127.0.0.1:5555"), false);
-    task::MessageCounter counter;
-    capture.deliver_all({}, [&](const std::uint8_t* data, std::uint64_t length) {
-        counter.take({data, length});
-    });
+    struct : task::DatagramSink {
+        void take(std::span<const std::uint8_t> payload, task::Arrival) noexcept override {
+            counter.take(payload);
+        }
+        void begin_session(std::string_view) noexcept override {}
+        task::MessageCounter counter;
+    } sink;
+    capture.deliver_all({}, sink);
 }
 
 void read_frames(const std::string& path) {

@@ -122,7 +122,8 @@ class CommandLine {
 
     void add_outputs() {
         app_.add_option("--record", options_.record,
-                        "Write every value with its sample time into this CSV file");
+                        "Write every value with its sample time into this file: a measurement "
+                        "file (ASAM MDF 4.1) when its name ends in .mf4, otherwise CSV");
         app_.add_flag("--quiet", options_.quiet,
                       "Show nothing while it runs (default: a live table on a terminal, else a "
                       "line a second)");

@@ -32,7 +32,7 @@ struct Options {
     std::optional<std::string> protocolLog;
     std::optional<std::string> saveTable;
     bool dump = false;
-    std::optional<std::string> record; // CSV file
+    std::optional<std::string> record; // CSV file, or .mf4
     bool quiet = false;                // nothing is shown while it runs
     bool strict = false;               // a run that cannot be trusted has failed
     bool check = false;                // the configuration, instead of a run

@@ -61,6 +61,13 @@ std::unique_ptr<SlaveSource> make_slave_source(const Options& options, const Spe
     }
 }
 
+// The slave's lists are numbered in their order, whatever sections they stand in.
+void number_lists(SpecFile& spec) {
+    int number = 0;
+    for (ListSection& list : spec.lists)
+        list.daqList = number++;
+}
+
 void show(const std::string& text) {
     std::cout << text << std::flush;
 }
@@ -81,8 +88,11 @@ Prepared prepare_slave(const Options& options, SpecFile spec, const TerminationS
     const xcp_master::DaqPlan& plan = source->make_plan(wanted.lists);
     show(properties_text(slave) + plan_text(plan, limits, slave.events));
     std::vector<TableLine> table = table_of(plan, spec, wanted);
+    number_lists(spec);
     PlausibleRanges ranges = ranges_of(spec, wanted);
+    auto units = units_of(spec, wanted);
     Configuration configuration = configure(options, std::move(spec), std::move(table));
+    configuration.units = std::move(units);
     return {std::move(configuration), std::move(source), std::move(ranges)};
 }
 

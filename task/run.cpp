@@ -9,8 +9,8 @@
 #include "prepare.h"
 #include "registration.h"
 #include "task/configuration/configuration_check.h"
-#include "task/output/csv_recorder.h"
 #include "task/output/frame_dump.h"
+#include "task/output/make_recorder.h"
 #include "task/output/progress.h"
 #include "task/output/report.h"
 #include "task/output/value_observer.h"
@@ -71,8 +71,8 @@ class Run {
         if (options.dump)
             dump_.emplace(noRoom, urgent);
         if (options.record)
-            recorder_.emplace(*options.record, noRoom, urgent);
-        observer_.emplace(recorder_ ? &*recorder_ : nullptr, prepared.ranges);
+            recorder_ = make_recorder(*options.record, prepared.configuration, noRoom, urgent);
+        observer_.emplace(recorder_.get(), prepared.ranges);
         observer_->watch().allow_step(longest_step(*source_).count());
         intake_.emplace(source_->can_wait(), dump_ ? &*dump_ : nullptr,
                         std::chrono::milliseconds(options.hold), observer_->watch());
@@ -186,7 +186,7 @@ class Run {
     TerminationSignals& signals_;
     const std::unique_ptr<DatagramSource> source_;
     std::optional<FrameDump> dump_;
-    std::optional<CsvRecorder> recorder_;
+    std::unique_ptr<Recorder> recorder_;
     std::optional<ValueObserver> observer_;
     std::optional<Intake> intake_;
     Clock::time_point start_;

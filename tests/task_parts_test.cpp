@@ -590,6 +590,10 @@ TEST(CsvRecorder, WritesTheShortestTextOfEveryValue) {
     }
     recorder.take(other, 2, {5, 7});
     expected += "5.000000007,,2\n";
+    recorder.gap({5, 7}, {9, 0});
+    expected += "5.000000007,nan,nan\n";
+    recorder.take(other, 3, {9, 0});
+    expected += "9.000000000,,3\n";
     EXPECT_EQ(losses_of(recorder), "nothing");
     EXPECT_EQ(file.text(), expected);
 }

@@ -1,5 +1,5 @@
 #pragma once
-// A file for one test, empty at first and gone afterwards.
+// A file for one test, gone afterwards.
 
 #include <cstdio>
 #include <filesystem>
@@ -11,7 +11,12 @@
 
 class TemporaryFile {
   public:
-    explicit TemporaryFile(const std::string& text = "") { std::ofstream(path_) << text; }
+    explicit TemporaryFile(const std::string& text = "", const std::string& ending = "")
+        : path_(std::filesystem::temp_directory_path() /
+                ("xcp_daq_test_" + std::to_string(getpid()) + "_" + std::to_string(made_++) +
+                 ending)) {
+        std::ofstream(path_) << text;
+    }
     ~TemporaryFile() { std::filesystem::remove(path_); }
     TemporaryFile(const TemporaryFile&) = delete;
     TemporaryFile& operator=(const TemporaryFile&) = delete;
@@ -24,9 +29,7 @@ class TemporaryFile {
 
   private:
     static inline int made_ = 0;
-    const std::string path_ =
-        std::filesystem::temp_directory_path() /
-        ("xcp_daq_test_" + std::to_string(getpid()) + "_" + std::to_string(made_++));
+    const std::string path_;
 };
 
 // What `act` writes to standard output and flushes.

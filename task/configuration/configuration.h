@@ -8,6 +8,8 @@
 #include "table_file.h"
 #include "task/options.h"
 
+#include <map>
+#include <string>
 #include <vector>
 
 namespace task {
@@ -17,6 +19,7 @@ namespace task {
 struct Configuration {
     SpecFile spec;
     std::vector<TableLine> table;
+    std::map<std::string, std::string> units = {}; // by variable, as far as the A2L file has them
 };
 
 // Reads the spec file, for the task and into the library. Throws io::FileError; of the file's

@@ -192,6 +192,15 @@ WantedSlave find_wanted(const SpecFile& spec, const std::string& specPath, const
     return WantedFinder(spec, specPath, file).find();
 }
 
+std::map<std::string, std::string> units_of(const SpecFile& spec, const WantedSlave& wanted) {
+    std::map<std::string, std::string> units;
+    for (const ListSection& list : spec.lists)
+        for (const ListedMeasurement& each : list.measurements)
+            if (const std::string& unit = wanted.signals.at(each.measurement).unit; !unit.empty())
+                units.emplace(each.variable, unit);
+    return units;
+}
+
 std::vector<TableLine> table_of(const DaqPlan& plan, const SpecFile& spec,
                                 const WantedSlave& wanted) {
     std::vector<TableLine> table;

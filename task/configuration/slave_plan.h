@@ -33,6 +33,9 @@ std::string a2l_path(const SpecFile& spec, const std::string& specPath);
 // is a fault with the line of the spec file, or of the A2L file.
 WantedSlave find_wanted(const SpecFile& spec, const std::string& specPath, const a2l::File& file);
 
+// By variable, for those that have one.
+std::map<std::string, std::string> units_of(const SpecFile& spec, const WantedSlave& wanted);
+
 // The table that lays the plan out, each conversion with its data type. The plan's lists are the
 // spec file's, which has no faults.
 std::vector<TableLine> table_of(const xcp_master::DaqPlan& plan, const SpecFile& spec,

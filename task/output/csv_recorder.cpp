@@ -12,6 +12,7 @@
 #include <cerrno>
 #include <cmath>
 #include <cstring>
+#include <limits>
 #include <string_view>
 
 namespace task {
@@ -24,10 +25,6 @@ namespace {
 
 constexpr std::size_t ring_size = 1'048'576; // values; a second or more at the link's rate
 constexpr int longest_poll = 100;            // milliseconds until a wait for the file looks up
-
-bool same_time(const timespec& a, const timespec& b) {
-    return a.tv_sec == b.tv_sec && a.tv_nsec == b.tv_nsec;
-}
 
 // Names with a comma or a quotation mark stand in quotation marks.
 std::string cell_text(const std::string& name) {
@@ -74,16 +71,32 @@ CsvRecorder::CsvRecorder(const std::string& path, NoRoom noRoom, std::function<b
     : path_(path), file_(open_recording(path)), line_(VariableStore::instance().variables().size()),
       text_(header_line()), writer_(ring_size, noRoom, std::move(urgent), *this) {}
 
+void CsvRecorder::gap(const timespec& from, const timespec& to) {
+    if (!writer_.take(gap_items(from, to)))
+        ++lost_;
+}
+
 std::size_t CsvRecorder::add(std::span<const RecordedValue> values) {
     for (const RecordedValue& each : values) {
-        if (!lineBegun_ || !same_time(each.time, lineTime_) || line_[each.column])
+        if (each.column >= gap_begin) {
+            if (each.column == gap_begin)
+                add_gap(each.time);
+            continue;
+        }
+        if (!lineBegun_ || each.time != lineTime_ || line_[each.column])
             begin_line(each.time);
         line_[each.column] = each.value;
     }
     return text_.size();
 }
 
-void CsvRecorder::begin_line(const timespec& time) {
+void CsvRecorder::add_gap(std::int64_t from) {
+    begin_line(from);
+    std::fill(line_.begin(), line_.end(), std::numeric_limits<double>::quiet_NaN());
+    end_line();
+}
+
+void CsvRecorder::begin_line(std::int64_t time) {
     end_line();
     lineBegun_ = true;
     lineTime_ = time;
@@ -92,8 +105,8 @@ void CsvRecorder::begin_line(const timespec& time) {
 void CsvRecorder::end_line() {
     if (!lineBegun_)
         return;
-    fmt::format_to(std::back_inserter(text_), FMT_COMPILE("{}.{:09}"), lineTime_.tv_sec,
-                   lineTime_.tv_nsec);
+    fmt::format_to(std::back_inserter(text_), FMT_COMPILE("{}.{:09}"), lineTime_ / second_ns,
+                   lineTime_ % second_ns);
     for (std::optional<double>& cell : line_) {
         text_.push_back(',');
         if (cell)

@@ -3,11 +3,12 @@
 //
 // A header line with the variables' names, then a line for each sample time with the values that
 // were written at it and empty cells elsewhere. A value that comes twice at one sample time begins
-// a second line of that time.
+// a second line of that time. A gap is a line with the time at which it begins, in which every cell
+// is NaN, so that a curve is broken there.
 
 #include "file_writer.h"
-#include "host/standin/variable_store.h"
 #include "io/file_descriptor.h"
+#include "recorder.h"
 
 #include <fmt/format.h>
 
@@ -20,43 +21,36 @@
 
 namespace task {
 
-struct RecordedValue {
-    std::size_t column;
-    double value;
-    timespec time;
-};
-
-class CsvRecorder : private FileFormat<RecordedValue> {
+class CsvRecorder final : public Recorder, private FileFormat<RecordedValue> {
   public:
     // Opens the file and starts the thread; the store's variables stay as they are from here on.
     // Once `urgent` gives true nothing waits any more, not even for a pipe that nobody reads; any
     // thread may ask it. Throws io::FileError.
     CsvRecorder(const std::string& path, NoRoom noRoom, std::function<bool()> urgent);
 
-    // Takes one value; the worker's alone.
-    void take(const halmor_standin::Variable& variable, double value, const timespec& sampleTime) {
+    void take(const halmor_standin::Variable& variable, double value,
+              const timespec& sampleTime) override {
         if (!writer_.take({variable.number(), value, sampleTime}))
             ++lost_;
     }
-
-    // Writes what is left and ends the thread; after the worker has ended. Throws io::FileError
-    // when anything was not written.
-    void close();
+    void gap(const timespec& from, const timespec& to) override;
+    void close() override;
 
   private:
     std::size_t add(std::span<const RecordedValue> values) override;
     void write(bool last) override;
-    void begin_line(const timespec& time);
+    void begin_line(std::int64_t time);
+    void add_gap(std::int64_t from);
     void end_line();
     void wait_for_file();
 
     const std::string path_;
     io::FileDescriptor file_;
-    std::uint64_t lost_ = 0; // values without room; the worker's
+    std::uint64_t lost_ = 0; // values and gaps without room; the worker's
 
     // The writer's.
     std::vector<std::optional<double>> line_; // being put together
-    timespec lineTime_{};
+    std::int64_t lineTime_ = 0;
     bool lineBegun_ = false;
     fmt::memory_buffer text_;     // whole lines for the file
     std::uint64_t unwritten_ = 0; // lines that the disk refused; none is tried after the first

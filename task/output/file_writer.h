@@ -44,7 +44,12 @@ class FileWriter {
           thread_([this](const std::stop_token& stop) { work(stop); }) {}
 
     // Takes one item, or several of which all are lost or none; one thread's alone. False: lost.
-    bool take(const Item& item) { return ring_.put(item) || put_later(std::span(&item, 1)); }
+    bool take(const Item& item) {
+        if (ring_.put(item))
+            return true;
+        const Item waiting = item; // the item itself stays in registers on the way to the ring
+        return put_later(std::span(&waiting, 1));
+    }
     bool take(std::span<const Item> items) { return ring_.put(items) || put_later(items); }
 
     // Writes what is left and ends the thread; after the last take().

@@ -10,7 +10,7 @@ panels = words(names) - 1
 if (time_of(first_line) eq "") { exit error record . ": no values to draw" }
 first = real(time_of(first_line))
 last = real(time_of("tail -n 1"))
-values_in(column) = int(system(sprintf("sed 1d '%s' | cut -d, -f%d | grep -c .", record, column)))
+values_in(column) = int(system(sprintf("sed 1d '%s' | cut -d, -f%d | grep -c '[0-9]'", record, column)))
 
 size_x = 1000
 size_y = 90 * panels + 60

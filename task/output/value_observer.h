@@ -1,9 +1,9 @@
 #pragma once
 // Sees every value on the worker's thread: looks at its sample time and records it when asked to.
 
-#include "csv_recorder.h"
 #include "host/standin/variable_store.h"
 #include "limit_watch.h"
+#include "recorder.h"
 #include "sample_time_watch.h"
 
 namespace task {
@@ -12,7 +12,7 @@ namespace task {
 class ValueObserver : public halmor_standin::WriteObserver {
   public:
     // Null when nothing is recorded; not owned.
-    ValueObserver(CsvRecorder* recorder, const PlausibleRanges& ranges)
+    ValueObserver(Recorder* recorder, const PlausibleRanges& ranges)
         : limits_(ranges), recorder_(recorder) {
         halmor_standin::VariableStore::observe(this);
     }
@@ -22,7 +22,9 @@ class ValueObserver : public halmor_standin::WriteObserver {
 
     void written(const halmor_standin::Variable& variable, double value,
                  const timespec& sampleTime) override {
-        watch_.take(variable, sampleTime);
+        const auto* gap = watch_.take(variable, sampleTime);
+        if (gap != nullptr && recorder_ != nullptr)
+            recorder_->gap(gap->from, gap->to);
         limits_.take(variable, value, sampleTime);
         if (recorder_ != nullptr)
             recorder_->take(variable, value, sampleTime);
@@ -35,7 +37,7 @@ class ValueObserver : public halmor_standin::WriteObserver {
   private:
     SampleTimeWatch watch_;
     LimitWatch limits_;
-    CsvRecorder* const recorder_;
+    Recorder* const recorder_;
 };
 
 } // namespace task
