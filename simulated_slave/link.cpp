@@ -1,5 +1,7 @@
 #include "link.h"
 
+#include "xcp/message.h"
+
 #include <utility>
 
 namespace simulated_slave {
@@ -20,8 +22,12 @@ void Link::send(const Datagram& datagram) {
         return;
     }
     ++datagrams_;
-    if (is_due(Fault::lost))
+    if (is_due(Fault::lost)) {
+        xcp::MessageWalk messages(datagram.payload);
+        for (xcp::Message message{}; messages.next(message);)
+            ++lost_;
         return;
+    }
     if (is_due(Fault::late)) {
         late_ = datagram;
         return;
@@ -44,6 +50,7 @@ void Link::transmit(const Datagram& datagram) {
         SentValue& sent = sent_[signal];
         ++sent.count;
         sent.physical = physical;
+        sent.sum += value_sum(physical);
     }
 }
 

@@ -5,6 +5,7 @@
 #include "datagram.h"
 #include "fault.h"
 
+#include <bit>
 #include <cstdint>
 #include <functional>
 #include <map>
@@ -16,10 +17,17 @@
 
 namespace simulated_slave {
 
-// What a master should have got of one signal: how often, and the last value.
+// Sums up values, whatever their order: two sums are the same when the values are.
+inline std::uint64_t value_sum(double physical) {
+    const auto bits = std::bit_cast<std::uint64_t>(physical);
+    return (bits ^ bits >> 29) * 0x9E3779B97F4A7C15;
+}
+
+// What a master should have got of one signal: how often, the last value, and the sum of all.
 struct SentValue {
     std::uint64_t count = 0;
     double physical = 0;
+    std::uint64_t sum = 0;
 };
 
 // One thread's at a time. The datagrams' signals have to outlive it.
@@ -34,6 +42,7 @@ class Link {
     void finish(); // sends what is late
 
     std::map<std::string, SentValue> sent() const; // by signal name
+    std::uint64_t lost() const { return lost_; }   // messages
 
   private:
     bool is_due(Fault fault) const;
@@ -42,6 +51,7 @@ class Link {
     const std::set<Fault> faults_;
     const Transmit transmit_;
     std::uint64_t datagrams_ = 0; // of DAQ messages
+    std::uint64_t lost_ = 0;
     std::optional<Datagram> late_;
     std::unordered_map<const a2l::Signal*, SentValue> sent_;
 };

@@ -40,6 +40,7 @@ class Server {
 
     // After stop().
     std::map<std::string, SentValue> sent() const { return link_.sent(); } // by signal name
+    std::uint64_t lost() const { return link_.lost(); }                    // messages
     std::uint64_t violations() const { return slave_.violations(); }
     const std::string& error() const { return error_; } // empty: none
 

@@ -21,6 +21,7 @@ class TaskProgram {
     bool await_output(const std::string& text);
     const std::string& text() const { return text_; } // of the output so far
     void signal(int number) const;
+    pid_t process() const { return process_; }
 
     struct End {
         int status; // exit status, or 128 and the signal's number
