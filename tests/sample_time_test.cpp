@@ -13,6 +13,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <optional>
 #include <random>
 
 namespace {
@@ -37,7 +38,7 @@ table::Bytes sample(int list, nanoseconds slaveTime, std::uint16_t ctr, std::uin
 class Pipeline : public halmor_standin::WriteObserver {
   public:
     explicit Pipeline(int hold)
-        : worker((define(), daq)), intake(true, nullptr, 1ms * hold, times) {
+        : worker(std::in_place, (define(), daq)), intake(true, nullptr, 1ms * hold, times) {
         VariableStore::observe(this);
     }
     ~Pipeline() override { VariableStore::observe(nullptr); }
@@ -51,13 +52,13 @@ class Pipeline : public halmor_standin::WriteObserver {
         intake.flush();
         while (XCPFrameBuffer.size() > 0)
             std::this_thread::yield();
-        std::this_thread::sleep_for(2ms); // the last frame is out of the queue before it is decoded
+        worker.reset(); // which finishes its frame
     }
 
     api_xcp_daq daq;
     task::SampleTimeWatch times;
     std::vector<std::pair<int, nanoseconds>> came; // value and sample time; the worker's
-    task::Worker worker;
+    std::optional<task::Worker> worker;
     task::Intake intake;
 
   private:

@@ -6,8 +6,6 @@ namespace task {
 
 void SampleTimeWatch::expect_gap(std::string why) {
     const std::lock_guard lock(mutex_);
-    if (!gapEnds_) // what has not brought a value yet goes on
-        ++gaps_;
     gap_.why = std::move(why);
     gapEnds_ = true;
 }
@@ -38,6 +36,7 @@ const SampleTimeWatch::Gap* SampleTimeWatch::end_gap(const timespec& sampleTime)
     if (firstGaps_.size() < kept)
         firstGaps_.push_back(gap_);
     gapEnds_ = false;
+    ++gaps_;
     return &gap_;
 }
 

@@ -35,14 +35,14 @@ class SampleTimeWatch {
     // The worker's alone. Gives the gap that ends with this value; null otherwise.
     const Gap* take(const halmor_standin::Variable& variable, const timespec& sampleTime);
 
-    // Values without a sample time, and gaps that have begun. Any thread.
+    // Values without a sample time, and gaps that have ended. Any thread.
     std::uint64_t untimed() const { return untimed_; }
     std::uint64_t gaps() const { return gaps_; }
 
     // After the worker has ended.
     std::uint64_t jumps() const { return jumps_; }
     const std::vector<Jump>& first_jumps() const { return first_; }
-    const std::vector<Gap>& first_gaps() const { return firstGaps_; } // that have ended
+    const std::vector<Gap>& first_gaps() const { return firstGaps_; }
 
   private:
     const Gap* end_gap(const timespec& sampleTime);
