@@ -1,14 +1,8 @@
 #include "capture_file.h"
 
-#include "interruptible_sleep.h"
+#include "recorded_pace.h"
 
 namespace task {
-
-bool RecordedPace::wait_for(Arrival recorded, const std::stop_token& stop) {
-    if (!shift_)
-        shift_ = std::chrono::steady_clock::now() - recorded;
-    return sleep_until(recorded + *shift_, stop);
-}
 
 CaptureFile::CaptureFile(const std::string& path, const io::UdpEndpoint& slave, bool recordedPace)
     : path_(path), slave_(slave), recordedPace_(recordedPace), reader_(path) {}

@@ -5,21 +5,9 @@
 #include "file_source.h"
 
 #include <atomic>
-#include <optional>
-#include <stop_token>
 #include <string>
 
 namespace task {
-
-// Waits until each frame's time has come, counted from the first one.
-class RecordedPace {
-  public:
-    // False when told to stop while waiting.
-    bool wait_for(Arrival recorded, const std::stop_token& stop);
-
-  private:
-    std::optional<Arrival::duration> shift_; // from the recording's clock to ours
-};
 
 class CaptureFile : public DatagramFile {
   public:
