@@ -227,6 +227,7 @@ std::vector<CapturedList> CommandReader::lists_that_run() const {
         if (auto list = list_that_runs(static_cast<std::uint16_t>(number)))
             lists[list->number] = std::move(*list);
     std::vector<CapturedList> sorted;
+    sorted.reserve(lists.size());
     for (auto& [number, list] : lists)
         sorted.push_back(std::move(list));
     return sorted;
