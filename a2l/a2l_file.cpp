@@ -3,6 +3,7 @@
 #include "block_index.h"
 #include "measurement.h"
 #include "near_names.h"
+#include "place_search.h"
 #include "signal_reader.h"
 #include "token_values.h"
 #include "xcp_reader.h"
@@ -92,6 +93,12 @@ std::optional<Signal> File::find(std::string_view asked) const {
             return {};
         indices.insert(indices.begin(), *index);
     }
+}
+
+std::map<MemoryPlace, std::vector<std::string>>
+File::names_at(const std::set<MemoryPlace>& places) const {
+    const Contents& c = *contents_;
+    return find_names(c.files, c.index, c.defaults.addressGranularity, places);
 }
 
 std::vector<std::string> File::near_names(std::string_view name) const {

@@ -4,10 +4,13 @@
 
 #include <array>
 #include <chrono>
+#include <compare>
 #include <cstddef>
 #include <cstdint>
+#include <map>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -100,6 +103,15 @@ struct Xcp {
     std::uint8_t packetAlignment = 1; // bytes: 1, 2 or 4, of which a slave's packet is a multiple
 };
 
+// The bytes of one value in the slave's memory.
+struct MemoryPlace {
+    std::uint8_t extension = 0;
+    std::uint32_t address = 0;
+    std::size_t size = 0;
+
+    auto operator<=>(const MemoryPlace&) const = default;
+};
+
 // Threads: once it is read, any number of threads may ask.
 class File {
   public:
@@ -127,6 +139,11 @@ class File {
     // virtual, without address, of an unknown data type or a conversion that is not linear, an
     // index outside of the array, an array without index.
     std::optional<Signal> find(std::string_view name) const;
+
+    // The names of the MEASUREMENTs and elements of arrays that are just these bytes, of each place
+    // in alphabetical order; what cannot be measured is left out. Looks through the whole file.
+    std::map<MemoryPlace, std::vector<std::string>>
+    names_at(const std::set<MemoryPlace>& places) const;
 
     // Up to three names of the file that look like this one, the nearest first.
     std::vector<std::string> near_names(std::string_view name) const;

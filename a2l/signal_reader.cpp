@@ -94,12 +94,10 @@ class SignalReader {
     }
 
     void read_type() {
-        const auto found = std::find_if(std::begin(types), std::end(types), [&](const TypeWord& t) {
-            return t.word == measurement_.type.text;
-        });
-        if (found == std::end(types))
+        const auto type = type_named(measurement_.type.text);
+        if (!type)
             throw fault(measurement_.type, "unknown data type " + to_shown(measurement_.type.text));
-        signal_.type = static_cast<DataType>(found - std::begin(types));
+        signal_.type = *type;
     }
 
     void read_byte_order() {
@@ -180,6 +178,14 @@ const char* name_of(DataType type) {
 
 std::size_t size_of(DataType type) {
     return types[static_cast<std::size_t>(type)].size;
+}
+
+std::optional<DataType> type_named(std::string_view word) {
+    const auto* found = std::find_if(std::begin(types), std::end(types),
+                                     [&](const TypeWord& type) { return type.word == word; });
+    if (found == std::end(types))
+        return {};
+    return static_cast<DataType>(found - std::begin(types));
 }
 
 Signal read_signal(const SourceFiles& files, const BlockIndex& index,

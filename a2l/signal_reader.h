@@ -6,6 +6,7 @@
 #include "source_files.h"
 
 #include <cstdint>
+#include <optional>
 #include <string_view>
 #include <vector>
 
@@ -16,6 +17,9 @@ struct ModuleDefaults {
     Token byteOrder; // without text: least significant byte first
     std::size_t addressGranularity = 1;
 };
+
+// Empty for an unknown word.
+std::optional<DataType> type_named(std::string_view word);
 
 // Without its name. `indices` is empty for a MEASUREMENT as a whole. Throws io::FileError for what
 // cannot be measured.

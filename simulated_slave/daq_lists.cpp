@@ -20,8 +20,8 @@ constexpr std::size_t greatest_odts = xcp::last_daq_pid + 1;
 
 bool complete(const DaqList& list) {
     const auto written = [](const MemoryView& entry) { return entry.size != 0; };
-    const auto full = [&](const Odt& odt) {
-        return !odt.entries.empty() && std::all_of(odt.entries.begin(), odt.entries.end(), written);
+    const auto full = [&](const auto& entries) {
+        return !entries.empty() && std::all_of(entries.begin(), entries.end(), written);
     };
     return list.event && !list.odts.empty() &&
            std::all_of(list.odts.begin(), list.odts.end(), full);
@@ -30,19 +30,18 @@ bool complete(const DaqList& list) {
 } // namespace
 
 bool DaqLists::running() const {
-    return std::any_of(lists_.begin(), lists_.end(), [](const auto& list) { return list.running; });
+    return std::any_of(all().begin(), all().end(), [](const auto& list) { return list.running; });
 }
 
 std::uint8_t DaqLists::first_pid(std::size_t list) const {
     std::size_t pid = 0;
     for (std::size_t i = 0; properties_.absolute() && i < list; ++i)
-        pid += lists_[i].odts.size();
+        pid += all()[i].odts.size();
     return static_cast<std::uint8_t>(pid);
 }
 
 void DaqLists::clear() {
-    lists_.clear();
-    pointer_.reset();
+    setUp_ = {};
     stage_ = Stage::none;
 }
 
@@ -55,23 +54,33 @@ void DaqLists::enter(Stage stage) const {
               Error::sequence);
 }
 
+std::size_t DaqLists::own_number(std::uint16_t number) const {
+    return static_cast<std::size_t>(number) - properties_.minDaq; // or far above all
+}
+
+template <class Command>
+Command DaqLists::with_own_number(Command command) const {
+    command.daq = static_cast<std::uint16_t>(own_number(command.daq));
+    return command;
+}
+
 DaqList& DaqLists::list(std::uint16_t number, Error otherwise) {
-    const auto index = static_cast<std::size_t>(number) - properties_.minDaq; // or far above all
-    refuse_if(index >= lists_.size(), otherwise);
-    return lists_[index];
+    const std::size_t own = own_number(number);
+    refuse_if(own >= all().size(), otherwise);
+    return setUp_.lists()[own];
 }
 
 std::size_t DaqLists::memory_use() const {
-    std::size_t bytes = list_bytes * lists_.size();
-    for (const DaqList& list : lists_)
-        for (const Odt& odt : list.odts)
-            bytes += odt_bytes + entry_bytes * odt.entries.size();
+    std::size_t bytes = list_bytes * all().size();
+    for (const DaqList& list : all())
+        for (const auto& entries : list.odts)
+            bytes += odt_bytes + entry_bytes * entries.size();
     return bytes;
 }
 
 std::size_t DaqLists::odts() const {
     std::size_t count = 0;
-    for (const DaqList& list : lists_)
+    for (const DaqList& list : all())
         count += list.odts.size();
     return count;
 }
@@ -90,32 +99,32 @@ Acknowledgement DaqLists::execute(const xcp::AllocDaq& command) {
                   (properties_.maxDaq != 0 && command.count > properties_.maxDaq),
               Error::out_of_range);
     refuse_if(list_bytes * command.count > memory_bytes, Error::memory_overflow);
-    lists_.assign(command.count, {});
+    setUp_.apply(command);
     stage_ = Stage::lists;
     return {};
 }
 
 Acknowledgement DaqLists::execute(const xcp::AllocOdt& command) {
     enter(Stage::odts);
-    auto& own = list(command.daq, Error::daq_config).odts;
+    const auto& own = list(command.daq, Error::daq_config).odts;
     const std::size_t others = properties_.absolute() ? odts() - own.size() : 0;
     refuse_if(command.count == 0 || others + command.count > greatest_odts, Error::out_of_range);
     refuse_if(memory_use() + odt_bytes * command.count > memory_bytes + odt_bytes * own.size(),
               Error::memory_overflow);
-    own.assign(command.count, {});
+    setUp_.apply(with_own_number(command));
     stage_ = Stage::odts;
     return {};
 }
 
 Acknowledgement DaqLists::execute(const xcp::AllocOdtEntry& command) {
     enter(Stage::entries);
-    DaqList& own = list(command.daq, Error::daq_config);
+    const DaqList& own = list(command.daq, Error::daq_config);
     refuse_if(command.odt >= own.odts.size() || command.count == 0, Error::out_of_range);
-    auto& entries = own.odts[command.odt].entries;
+    const auto& entries = own.odts[command.odt];
     refuse_if(memory_use() + entry_bytes * command.count >
                   memory_bytes + entry_bytes * entries.size(),
               Error::memory_overflow);
-    entries.assign(command.count, {});
+    setUp_.apply(with_own_number(command));
     stage_ = Stage::entries;
     return {};
 }
@@ -125,31 +134,30 @@ Acknowledgement DaqLists::execute(const xcp::AllocOdtEntry& command) {
 Acknowledgement DaqLists::execute(const xcp::SetDaqPtr& command) {
     refuse_if(running(), Error::daq_active);
     const DaqList& own = list(command.daq, Error::out_of_range);
-    refuse_if(command.odt >= own.odts.size() ||
-                  command.entry >= own.odts[command.odt].entries.size(),
+    refuse_if(command.odt >= own.odts.size() || command.entry >= own.odts[command.odt].size(),
               Error::out_of_range);
-    pointer_ = {command.daq - std::size_t{properties_.minDaq}, command.odt, command.entry};
+    setUp_.apply(with_own_number(command));
     return {};
 }
 
 Acknowledgement DaqLists::execute(const xcp::WriteDaq& command) {
     refuse_if(running(), Error::daq_active);
-    refuse_if(!pointer_, Error::daq_config);
-    DaqList& own = lists_[pointer_->list];
-    auto& entries = own.odts[pointer_->odt].entries;
-    refuse_if(pointer_->entry >= entries.size() || command.bitOffset != xcp::WriteDaq::no_bit ||
+    const auto pointer = setUp_.pointer();
+    refuse_if(!pointer, Error::daq_config);
+    const DaqList& own = all()[pointer->list];
+    const auto& entries = own.odts[pointer->odt];
+    refuse_if(pointer->entry >= entries.size() || command.bitOffset != xcp::WriteDaq::no_bit ||
                   command.size == 0 || command.size > properties_.maxEntrySize ||
                   command.size % properties_.granularity != 0 ||
                   command.address % properties_.granularity != 0,
               Error::out_of_range);
-    const auto view = memory_.view(command.extension, command.address, command.size);
+    auto view = memory_.view(command.extension, command.address, command.size);
     refuse_if(!view, Error::access_denied);
-    MemoryView& entry = entries[pointer_->entry];
-    refuse_if(packet_size(own, pointer_->odt, stamped(own)) - entry.size + view->size >
+    refuse_if(packet_size(own, pointer->odt, stamped(own)) - entries[pointer->entry].size +
+                      view->size >
                   properties_.maxDto,
               Error::out_of_range);
-    entry = *view;
-    ++pointer_->entry;
+    setUp_.write(std::move(*view));
     return {};
 }
 
@@ -157,13 +165,13 @@ std::size_t DaqLists::packet_size(const DaqList& list, std::size_t odt, bool sta
     std::size_t size = properties_.identification_size();
     if (odt == 0 && stamped)
         size += properties_.timestamp.size;
-    for (const MemoryView& entry : list.odts[odt].entries)
+    for (const MemoryView& entry : list.odts[odt])
         size += entry.size;
     return size;
 }
 
 bool DaqLists::stamped(const DaqList& list) const {
-    return properties_.timestamp.fixed || list.stamped;
+    return properties_.timestamp.fixed || list.stamped();
 }
 
 // ---- mode and state ----
@@ -171,7 +179,7 @@ bool DaqLists::stamped(const DaqList& list) const {
 Acknowledgement DaqLists::execute(const xcp::SetDaqListMode& command) {
     using Mode = xcp::SetDaqListMode;
     refuse_if(running(), Error::daq_active);
-    DaqList& own = list(command.daq, Error::out_of_range);
+    const DaqList& own = list(command.daq, Error::out_of_range);
     const a2l::Event* const event = properties_.find_event(command.event);
     refuse_if(event == nullptr || !event->daq || command.prescaler != 1, Error::out_of_range);
     refuse_if((command.mode & Mode::pid_off) != 0, Error::out_of_range);
@@ -182,23 +190,18 @@ Acknowledgement DaqLists::execute(const xcp::SetDaqListMode& command) {
     refuse_if(own.event.has_value(), Error::daq_config);
     refuse_if(!own.odts.empty() && packet_size(own, 0, stamped) > properties_.maxDto,
               Error::out_of_range);
-    own.stamped = stamped;
-    own.event = command.event;
+    setUp_.apply(with_own_number(command));
     return {};
 }
 
 xcp::StartStopDaqList::Answer DaqLists::execute(const xcp::StartStopDaqList& command) {
     using Command = xcp::StartStopDaqList;
-    DaqList& own = list(command.daq, Error::out_of_range);
+    const DaqList& own = list(command.daq, Error::out_of_range);
     refuse_if(command.mode != Command::select && command.mode != Command::stop,
               Error::mode_not_valid);
-    if (command.mode == Command::stop) {
-        own.selected = own.running = false;
-    } else {
-        refuse_if(!complete(own), Error::daq_config);
-        own.selected = true;
-    }
-    return {first_pid(command.daq - std::size_t{properties_.minDaq})};
+    refuse_if(command.mode == Command::select && !complete(own), Error::daq_config);
+    setUp_.apply(with_own_number(command));
+    return {first_pid(own_number(command.daq))};
 }
 
 Acknowledgement DaqLists::execute(const xcp::StartStopSynch& command) {
@@ -206,42 +209,24 @@ Acknowledgement DaqLists::execute(const xcp::StartStopSynch& command) {
     switch (command.mode) {
     case Command::stop_all:
         refuse_if(!running(), Error::daq_config);
-        stop(true);
-        return {};
+        break;
     case Command::start_selected:
-        refuse_if(running(), Error::daq_active);
-        refuse_if(!any_selected(), Error::daq_config);
-        start_selected();
-        return {};
-    case Command::stop_selected:
-        refuse_if(!any_selected(), Error::daq_config);
-        stop(false);
-        return {};
     case Command::prepare_start:
         refuse_if(running(), Error::daq_active);
         refuse_if(!any_selected(), Error::daq_config);
-        return {};
+        break;
+    case Command::stop_selected:
+        refuse_if(!any_selected(), Error::daq_config);
+        break;
     default:
         throw Refusal{Error::mode_not_valid};
     }
+    setUp_.apply(command);
+    return {};
 }
 
 bool DaqLists::any_selected() const {
-    return std::any_of(lists_.begin(), lists_.end(),
-                       [](const auto& list) { return list.selected; });
-}
-
-void DaqLists::start_selected() {
-    for (DaqList& list : lists_) {
-        list.running = list.selected;
-        list.selected = false;
-    }
-}
-
-void DaqLists::stop(bool all) {
-    for (DaqList& list : lists_)
-        if (all || list.selected)
-            list.running = list.selected = false;
+    return std::any_of(all().begin(), all().end(), [](const auto& list) { return list.selected; });
 }
 
 } // namespace simulated_slave

@@ -4,33 +4,22 @@
 
 #include "properties.h"
 #include "signal_memory.h"
-#include "xcp/commands.h"
+#include "xcp/daq_set_up.h"
 #include "xcp/error_codes.h"
 
 #include <cstdint>
-#include <optional>
 #include <vector>
 
 namespace simulated_slave {
 
-struct Odt {
-    std::vector<MemoryView> entries; // of size 0: not written
-};
-
-struct DaqList {
-    std::vector<Odt> odts;
-    std::optional<std::uint16_t> event; // empty: it has no mode
-    bool stamped = false;
-    bool selected = false;
-    bool running = false;
-};
+using DaqList = xcp::DaqListSetUp<MemoryView>; // its entries of size 0: not written
 
 class DaqLists {
   public:
     DaqLists(const Properties& properties, const SignalMemory& memory)
         : properties_(properties), memory_(memory) {}
 
-    const std::vector<DaqList>& all() const { return lists_; }
+    const std::vector<DaqList>& all() const { return setUp_.lists(); }
     bool running() const;
 
     // PID of the list's first ODT; 0 unless the identification field is absolute.
@@ -50,27 +39,22 @@ class DaqLists {
 
   private:
     enum class Stage { none, freed, lists, odts, entries };
-    struct Pointer {
-        std::size_t list;
-        std::size_t odt;
-        std::size_t entry; // may be the one behind the ODT's last
-    };
 
     void enter(Stage stage) const;
+    std::size_t own_number(std::uint16_t number) const; // the first list's is 0
+    template <class Command>
+    Command with_own_number(Command command) const;
     DaqList& list(std::uint16_t number, xcp::Error otherwise);
     std::size_t memory_use() const;
     std::size_t odts() const;
     std::size_t packet_size(const DaqList& list, std::size_t odt, bool stamped) const;
     bool stamped(const DaqList& list) const;
     bool any_selected() const;
-    void start_selected();
-    void stop(bool all);
 
     const Properties& properties_;
     const SignalMemory& memory_;
-    std::vector<DaqList> lists_;
+    xcp::DaqSetUp<MemoryView> setUp_;
     Stage stage_ = Stage::none;
-    std::optional<Pointer> pointer_;
 };
 
 } // namespace simulated_slave

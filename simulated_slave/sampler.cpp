@@ -32,7 +32,7 @@ void Sampler::start(std::uint64_t now_ns) {
     for (const DaqList& list : lists_.all()) {
         auto& odts = signals_.emplace_back();
         std::set<const a2l::Signal*> named;
-        for (const Odt& odt : list.odts) {
+        for (const auto& odt : list.odts) {
             odts.push_back(signals_in(odt));
             std::erase_if(odts.back(),
                           [&](const auto& whole) { return !named.insert(whole.signal).second; });
@@ -42,12 +42,12 @@ void Sampler::start(std::uint64_t now_ns) {
 
 // What the entries bring, with the places behind identification and timestamp. A signal may lie in
 // several entries that follow each other, none of which holds it.
-std::vector<MemoryView::Whole> Sampler::signals_in(const Odt& odt) const {
+std::vector<MemoryView::Whole> Sampler::signals_in(const std::vector<MemoryView>& odt) const {
     std::vector<MemoryView::Whole> all;
     std::optional<MemoryView> open; // entries of which no signal is whole yet
     std::size_t begin = 0;          // of these
     std::size_t at = 0;
-    for (const MemoryView& entry : odt.entries) {
+    for (const MemoryView& entry : odt) {
         const auto longer = open ? memory_.joined(*open, entry) : std::nullopt;
         if (!longer)
             begin = at;
@@ -100,11 +100,11 @@ void Sampler::sample(std::size_t list, std::uint64_t due_ns) {
         packet_.clear();
         values_.clear();
         append_identification(list, odt);
-        if (odt == 0 && own.stamped)
+        if (odt == 0 && own.stamped())
             append_number(packet_, clock_.ticks(due_ns), properties_.timestamp.size,
                           properties_.order);
         const std::size_t begin = packet_.size();
-        for (const MemoryView& entry : own.odts[odt].entries)
+        for (const MemoryView& entry : own.odts[odt])
             memory_.read(entry, due_ns - started_ns_, packet_);
         for (const auto& [signal, at] : signals_[list][odt])
             values_.push_back(

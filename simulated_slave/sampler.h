@@ -39,7 +39,7 @@ class Sampler {
     void sample(std::size_t list, std::uint64_t due_ns);
     void append_identification(std::size_t list, std::size_t odt);
     void append_padding();
-    std::vector<MemoryView::Whole> signals_in(const Odt& odt) const;
+    std::vector<MemoryView::Whole> signals_in(const std::vector<MemoryView>& odt) const;
 
     const Properties& properties_;
     const SignalMemory& memory_;

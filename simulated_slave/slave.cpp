@@ -97,6 +97,14 @@ struct Slave::State {
             return xcp::answer_packet(lists.execute(command), properties.order);
     }
     using Handler = Bytes (State::*)(std::span<const std::uint8_t>);
+    template <class Command>
+    static constexpr Handler handler_of() {
+        if constexpr (
+            requires(State & state, Command command) { state.execute(command); } ||
+            requires(DaqLists & own, Command command) { own.execute(command); })
+            return &State::run<Command>;
+        return nullptr;
+    }
     static const std::array<Handler, 256> handlers; // by code; null: unknown
 
     const Properties properties;
@@ -117,7 +125,7 @@ struct Slave::State {
 const std::array<Slave::State::Handler, 256> Slave::State::handlers = std::apply(
     [](auto... command) {
         std::array<Handler, 256> table{};
-        ((table[decltype(command)::code] = &State::run<decltype(command)>), ...);
+        ((table[decltype(command)::code] = handler_of<decltype(command)>()), ...);
         return table;
     },
     xcp::AllCommands{});

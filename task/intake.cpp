@@ -15,9 +15,9 @@ namespace task {
 using namespace std::chrono_literals;
 
 Intake::Intake(bool sourceCanWait, FrameDump* dump, std::chrono::milliseconds hold,
-               SampleTimeWatch& times)
+               SampleTimeWatch& times, const std::vector<SampleEnd>& ends)
     : sourceCanWait_(sourceCanWait), dump_(dump), times_(times),
-      samples_(hold, api_xcp_daq_push_frame),
+      samples_(hold, api_xcp_daq_push_frame, ends),
       datagrams_(hold, [this](std::span<const std::uint8_t> payload, Arrival arrival) {
           hand_over(payload, arrival);
       }) {}

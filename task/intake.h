@@ -18,6 +18,7 @@
 #include <mutex>
 #include <optional>
 #include <span>
+#include <vector>
 
 namespace task {
 
@@ -28,9 +29,10 @@ class Intake : public DatagramSink {
     // The library is configured. When the source can wait, a datagram waits until the worker has
     // room for it: the frame queue is unbounded, and a file may be larger than the memory. With a
     // dump, every DAQ packet goes into it. The watch is told of gaps. Neither is owned.
-    // Datagrams, and samples of several lists, are held that long, to put them into order.
+    // Datagrams, and samples of several lists, are held that long, to put them into order; `ends`
+    // is the source's.
     Intake(bool sourceCanWait, FrameDump* dump, std::chrono::milliseconds hold,
-           SampleTimeWatch& times);
+           SampleTimeWatch& times, const std::vector<SampleEnd>& ends = {});
 
     // A pause between DAQ packets that is longer is a gap; before anything is taken.
     void allow_silence(std::chrono::nanoseconds silence) { silence_ = silence; }

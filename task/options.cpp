@@ -73,7 +73,8 @@ class CommandLine {
         table_ = app_.add_option("--table", options_.table,
                                  "Measurement table: where each value lies in the packets of a "
                                  "slave that somebody else sets up (default: the A2L file that "
-                                 "SPEC names, and the task sets the slave up)");
+                                 "SPEC names, and the task sets the slave up, or reads in a "
+                                 "capture how another master has)");
         app_.add_option("--variables", options_.variables,
                         "Variables of the host (default: those that the spec file lists, all "
                         "real)");
@@ -91,9 +92,9 @@ class CommandLine {
                 ->add_flag("--simulate", simulated_, "A slave that is simulated from the A2L file")
                 ->excludes(table_);
         capture_ =
-            sources
-                ->add_option("--pcap", options_.capture, "A capture file of the slave's datagrams")
-                ->needs(table_);
+            sources->add_option("--pcap", options_.capture,
+                                "A capture file of the slave's datagrams; without a table it has "
+                                "the master's commands too, by which they are decoded");
         replay_ = sources
                       ->add_option("--replay", replayFile_,
                                    "A file of frames (default: the library's file in /specs)")
@@ -134,7 +135,8 @@ class CommandLine {
         app_.add_option("--log", options_.log, "Write the library's diagnostic log into this file");
         app_.add_option("--protocol-log", options_.protocolLog,
                         "Write every command and answer in words into this file")
-            ->excludes(table_);
+            ->excludes(table_)
+            ->excludes(capture_);
         app_.add_option("--save-table", options_.saveTable,
                         "Write the measurement table of this run into this file, for --table");
         app_.add_option("--measurement-log", options_.measurementLog,

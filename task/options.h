@@ -9,7 +9,8 @@
 
 namespace task {
 
-// Without a measurement table the task sets the slave up itself.
+// Without a measurement table the task sets the slave up itself, or reads in the capture how
+// another master has.
 enum class SourceKind { slave, simulate, listen, capture, replay };
 
 struct Options {
@@ -38,6 +39,7 @@ struct Options {
     bool check = false;                // the configuration, instead of a run
 
     bool sets_up() const { return source == SourceKind::slave || source == SourceKind::simulate; }
+    bool has_table() const { return !table.empty(); }
 };
 
 // Prints the help or the version and gives nothing when that is what was asked for. Throws Failure.

@@ -1,9 +1,12 @@
 #include "prepare.h"
 
 #include "exit_status.h"
+#include "task/configuration/capture_plan.h"
 #include "task/configuration/slave_plan.h"
 #include "task/output/set_up_report.h"
+#include "task/sources/file_source.h"
 #include "task/sources/make_source.h"
+#include "task/sources/session_file.h"
 #include "task/sources/simulated_source.h"
 
 #include <fmt/format.h>
@@ -96,6 +99,20 @@ Prepared prepare_slave(const Options& options, SpecFile spec, const TerminationS
     return {std::move(configuration), std::move(source), std::move(ranges)};
 }
 
+// What was read of the sessions is told before anything is decoded.
+Prepared prepare_capture(const Options& options, SpecFile spec) {
+    const a2l::File file(a2l_path(spec, options.spec));
+    CapturePlan plan = plan_capture(options, std::move(spec), file);
+    show(capture_text(plan));
+    Configuration configuration = configure(options, std::move(plan.spec), std::move(plan.table));
+    configuration.units = std::move(plan.units);
+    auto sessions =
+        std::make_unique<SessionFile>(options.capture, plan.slave, options.recordedPace,
+                                      std::move(plan.found.sessions), std::move(plan.layouts));
+    return {std::move(configuration), std::make_unique<FileSource>(std::move(sessions)),
+            std::move(plan.ranges)};
+}
+
 } // namespace
 
 Prepared prepare(api_xcp_daq& daq, const Options& options, const TerminationSignals& signals,
@@ -103,6 +120,8 @@ Prepared prepare(api_xcp_daq& daq, const Options& options, const TerminationSign
     SpecFile spec = load_spec(daq, options);
     if (options.sets_up())
         return prepare_slave(options, std::move(spec), signals, protocolLog);
+    if (!options.has_table())
+        return prepare_capture(options, std::move(spec));
     Configuration configuration =
         configure(options, std::move(spec), read_measurement_table(options.table));
     return {std::move(configuration), make_source(options), {}};

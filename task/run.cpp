@@ -75,7 +75,8 @@ class Run {
         observer_.emplace(recorder_.get(), prepared.ranges);
         observer_->watch().allow_step(longest_step(*source_).count());
         intake_.emplace(source_->can_wait(), dump_ ? &*dump_ : nullptr,
-                        std::chrono::milliseconds(options.hold), observer_->watch());
+                        std::chrono::milliseconds(options.hold), observer_->watch(),
+                        source_->sample_ends());
         if (cyclic(*source_))
             intake_->allow_silence(std::max<std::chrono::nanoseconds>(2s, longest_step(*source_)));
     }

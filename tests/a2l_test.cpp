@@ -52,6 +52,15 @@ std::string fault_in(const std::string& text, const std::string& name = "m") {
     return "";
 }
 
+std::string names_at(const std::string& text, const a2l::MemoryPlace& place) {
+    const TemporaryFile file(text);
+    std::string all;
+    for (const auto& [found, names] : a2l::File(file.path()).names_at({place}))
+        for (const std::string& name : names)
+            all += (all.empty() ? "" : " ") + name;
+    return all;
+}
+
 std::string warnings_in(const std::string& text) {
     const TemporaryFile file(text);
     const a2l::File a2l(file.path());
@@ -189,6 +198,9 @@ TEST(A2l, FindsTheElementsOfArrays) {
         try {
             const auto signal = signal_in(measurement(options), name);
             EXPECT_EQ(signal ? signal->address : 0, address) << options << name;
+            if (signal) {
+                EXPECT_EQ(names_at(measurement(options), {0, address, 2}), name) << options;
+            }
         } catch (const io::FileError&) {
             EXPECT_EQ(0U, address) << options << name;
         }
@@ -199,6 +211,16 @@ TEST(A2l, FindsTheElementsOfArrays) {
         "ARRAY_SIZE 3 /end MEASUREMENT");
     EXPECT_EQ(signal_in(words, "a.b[1][2]")->address, 20U);
     EXPECT_EQ(signal_in(words, "c[2]")->address, 17U);
+    EXPECT_EQ(names_at(words, {0, 20, 4}) + names_at(words, {0, 17, 1}), "a.b[1][2]c[2]");
+    const std::string twice = measurement("MATRIX_DIM 2 ECU_ADDRESS_EXTENSION 3") +
+                              measurement("/begin VIRTUAL x /end VIRTUAL");
+    EXPECT_EQ(names_at(twice, {3, 0x1002, 2}), "m[1]");
+    for (const a2l::MemoryPlace& other : {a2l::MemoryPlace{0, 0x1002, 2},
+                                          {3, 0x1001, 2},
+                                          {3, 0x1002, 1},
+                                          {3, 0x1004, 2},
+                                          {3, 0xFFE, 2}})
+        EXPECT_EQ(names_at(twice, other), "") << other.address;
     EXPECT_EQ(fault_in(words, "c[1]"), ":4: c: [1] begins between two addresses");
     std::string many;
     for (int i = 0; i < 1000; ++i)

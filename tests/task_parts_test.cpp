@@ -1,6 +1,7 @@
 // The parts of the task: what reads users' files, what watches packets and times, what shows and
 // records.
 
+#include "capture_text.h"
 #include "host/standin/variables_file.h"
 #include "io/file_error.h"
 #include "table.h"
@@ -44,20 +45,10 @@ namespace {
 
 // A pcap file of frames, one nanosecond apart.
 std::string capture_of(std::uint32_t linkType, const std::vector<Bytes>& frames) {
-    const auto append = [](std::string& text, std::uint32_t value) {
-        text.append(reinterpret_cast<const char*>(&value), sizeof value);
-    };
-    std::string file;
-    for (const std::uint32_t word : {0xa1b23c4dU, 0x00040002U, 0U, 0U, 65535U, linkType})
-        append(file, word);
-    std::uint32_t time = 0;
-    for (const Bytes& frame : frames) {
-        const auto size = static_cast<std::uint32_t>(frame.size());
-        for (const std::uint32_t word : {0U, time++, size, size})
-            append(file, word);
-        file.append(frame.begin(), frame.end());
-    }
-    return file;
+    std::vector<capture::Frame> timed;
+    for (const Bytes& frame : frames)
+        timed.push_back({timed.size(), frame});
+    return capture::file_of(linkType, timed);
 }
 
 // An IPv4 packet from 10.0.0.5:1000 that carries one byte.
@@ -68,6 +59,33 @@ Bytes ipv4(std::uint8_t payload, std::uint8_t lastAddressByte = 5, std::uint8_t 
             10,        0,           0, 9,  1,  1, 1,        1, // an option of 4 bytes
             1000 >> 8, 1000 & 0xFF, 0, 9,  0,  9, 0,        0,
             payload,   0xEE}; // padding of the frame
+}
+
+// A piece of a packet, as its header says; 0x2000 is that more follow.
+Bytes fragment(std::uint8_t packet, std::uint16_t place, const Bytes& content) {
+    Bytes bytes = {0x45,
+                   0,
+                   0,
+                   static_cast<std::uint8_t>(20 + content.size()),
+                   0,
+                   packet,
+                   static_cast<std::uint8_t>(place >> 8),
+                   static_cast<std::uint8_t>(place),
+                   64,
+                   17,
+                   0,
+                   0,
+                   10,
+                   0,
+                   0,
+                   5,
+                   10,
+                   0,
+                   0,
+                   9};
+    bytes.insert(bytes.end(), content.begin(), content.end());
+    bytes.push_back(0xEE); // padding of the frame
+    return bytes;
 }
 
 Bytes after(Bytes start, const Bytes& more) {
@@ -113,6 +131,17 @@ TEST(Capture, TakesTheSlavesDatagramsFromEveryLinkLayer) {
                                              Bytes(17),
                                              ethernet}));
     EXPECT_EQ(payloads_in(mixed.path()), std::pair(Bytes({1, 3}), std::uint64_t{9}));
+    Bytes tags = header(22, 12, 0x88); // a tag of the provider and one of the customer
+    tags[13] = 0xA8;
+    tags[16] = 0x81;
+    tags[20] = 0x08;
+    const Bytes udp = {1000 >> 8, 1000 & 0xFF, 0, 9, 0, 18, 0, 0}; // and 10 bytes
+    const Bytes eight(8, 7);
+    const TemporaryFile pieces(capture_of(
+        1, {after(tags, fragment(1, 0x0002, {8, 8})), after(tags, fragment(2, 0x2000, udp)),
+            after(tags, fragment(1, 0x2000, udp)), after(tags, fragment(3, 0x0002, {9, 9})),
+            after(tags, fragment(1, 0x2001, eight))}));
+    EXPECT_EQ(payloads_in(pieces.path()), std::pair(after(eight, {8, 8}), std::uint64_t{2}));
     for (const auto& [type, link] : {std::pair(113U, header(16, 14, 0x08)),
                                      {276U, header(20, 0, 0x08)},
                                      {101U, Bytes()},

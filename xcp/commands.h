@@ -383,6 +383,42 @@ struct WriteDaq {
     }
 };
 
+// Several WRITE_DAQ in one, each followed by a byte that aligns the next.
+struct WriteDaqMultiple {
+    static constexpr std::uint8_t code = 0xC7;
+    static constexpr const char* name = "WRITE_DAQ_MULTIPLE";
+    using Answer = Acknowledgement;
+    std::vector<WriteDaq> entries; // at most 255
+
+    template <class Fields>
+    void each(Fields& fields) {
+        auto count = static_cast<std::uint8_t>(entries.size());
+        fields("entries", count);
+        entries.resize(count);
+        for (WriteDaq& entry : entries) {
+            fields("bit offset", entry.bitOffset);
+            fields("size", entry.size);
+            fields("address", entry.address);
+            fields("extension", entry.extension);
+            fields.reserved(1);
+        }
+    }
+};
+
+// Of a list that the slave has by itself.
+struct ClearDaqList {
+    static constexpr std::uint8_t code = 0xE3;
+    static constexpr const char* name = "CLEAR_DAQ_LIST";
+    using Answer = Acknowledgement;
+    std::uint16_t daq = 0;
+
+    template <class Fields>
+    void each(Fields& fields) {
+        fields.reserved(1);
+        fields("list", daq);
+    }
+};
+
 struct SetDaqListMode {
     static constexpr std::uint8_t code = 0xE0;
     static constexpr const char* name = "SET_DAQ_LIST_MODE";
@@ -446,10 +482,11 @@ struct StartStopSynch {
     }
 };
 
-using AllCommands = std::tuple<Connect, Disconnect, GetStatus, Synch, GetCommModeInfo, GetId,
-                               Upload, GetDaqProcessorInfo, GetDaqResolutionInfo, GetDaqEventInfo,
-                               GetDaqClock, FreeDaq, AllocDaq, AllocOdt, AllocOdtEntry, SetDaqPtr,
-                               WriteDaq, SetDaqListMode, StartStopDaqList, StartStopSynch>;
+using AllCommands =
+    std::tuple<Connect, Disconnect, GetStatus, Synch, GetCommModeInfo, GetId, Upload,
+               GetDaqProcessorInfo, GetDaqResolutionInfo, GetDaqEventInfo, GetDaqClock, FreeDaq,
+               AllocDaq, AllocOdt, AllocOdtEntry, SetDaqPtr, WriteDaq, WriteDaqMultiple,
+               ClearDaqList, SetDaqListMode, StartStopDaqList, StartStopSynch>;
 
 // ---- packets ----
 

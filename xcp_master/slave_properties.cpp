@@ -124,41 +124,17 @@ void check_resources(CommandChannel& channel, const xcp::Connect::Answer& connec
         throw Unsuitable("the slave's DAQ is locked by seed and key");
 }
 
-void take(DaqProperties& to, const xcp::GetDaqProcessorInfo::Answer& answer) {
-    to.dynamic = (answer.properties & answer.dynamic) != 0;
-    to.identificationField = static_cast<IdentificationField>(answer.identification_field());
-    to.minDaq = answer.minDaq;
-    to.overloadInPid = (answer.properties & answer.overload_in_pid) != 0;
-}
-
-void take(DaqProperties& to, const xcp::GetDaqResolutionInfo::Answer& answer) {
-    to.entryGranularity = std::max<std::size_t>(answer.entryGranularity, 1);
-    to.maxEntrySize = answer.maxEntrySize;
-    to.timestampSize = answer.timestamp_size();
-    to.unit_ps = xcp::unit_ps(answer.timestamp_unit());
-    to.ticksPerUnit = answer.timestampTicks;
-}
-
 // Takes what the slave answers, or leaves what the A2L file says.
 template <class Command>
 void ask_part(CommandChannel& channel, bool stated, SlaveProperties& slave) {
     const std::string name = Command::name;
     if (const auto answer = ask_if_known(channel, Command{}))
-        take(slave, *answer);
+        take_answer(slave, *answer);
     else if (stated)
         slave.remarks.push_back("the slave does not have " + name + ": as the A2L file says");
     else
         throw Unsuitable("the slave does not have " + name +
                          ", and the A2L file no block DAQ in its IF_DATA");
-}
-
-void remark_contradictions(const DaqProperties& stated, SlaveProperties& slave) {
-    const auto here = in_words(slave);
-    const auto there = in_words(stated);
-    for (std::size_t i = 0; i < here.size(); ++i)
-        if (here[i].value != there[i].value)
-            slave.remarks.push_back(here[i].name + ": the slave says " + here[i].value +
-                                    ", the A2L file " + there[i].value);
 }
 
 void remark_contradictions(const EventChannel& stated, const EventChannel& answered,
@@ -175,27 +151,55 @@ void remark_contradictions(const EventChannel& stated, const EventChannel& answe
 
 } // namespace
 
-SlaveProperties ask_properties(CommandChannel& channel, const xcp::Connect::Answer& connected,
-                               const StatedProperties& stated) {
-    check_resources(channel, connected);
-    SlaveProperties slave;
-    static_cast<DaqProperties&>(slave) = stated.daq.value_or(DaqProperties{});
-    slave.maxCto = connected.maxCto;
-    slave.maxDto = connected.maxDto;
-    slave.order = connected.order();
-    slave.addressGranularity =
-        std::size_t{1} << ((connected.communicationMode & xcp::Connect::Answer::granularity) >> 1);
-    slave.id = ask_id(channel, slave.maxCto);
-    ask_part<xcp::GetDaqProcessorInfo>(channel, stated.daq.has_value(), slave);
-    ask_part<xcp::GetDaqResolutionInfo>(channel, stated.daq.has_value(), slave);
+void take_answer(DaqProperties& to, const xcp::Connect::Answer& answer) {
+    to.maxDto = answer.maxDto;
+    to.order = answer.order();
+    to.addressGranularity =
+        std::size_t{1} << ((answer.communicationMode & xcp::Connect::Answer::granularity) >> 1);
+}
 
+void take_answer(DaqProperties& to, const xcp::GetDaqProcessorInfo::Answer& answer) {
+    to.dynamic = (answer.properties & answer.dynamic) != 0;
+    to.identificationField = static_cast<IdentificationField>(answer.identification_field());
+    to.minDaq = answer.minDaq;
+    to.overloadInPid = (answer.properties & answer.overload_in_pid) != 0;
+}
+
+void take_answer(DaqProperties& to, const xcp::GetDaqResolutionInfo::Answer& answer) {
+    to.entryGranularity = std::max<std::size_t>(answer.entryGranularity, 1);
+    to.maxEntrySize = answer.maxEntrySize;
+    to.timestampSize = answer.timestamp_size();
+    to.unit_ps = xcp::unit_ps(answer.timestamp_unit());
+    to.ticksPerUnit = answer.timestampTicks;
+}
+
+void remark_contradictions(const StatedProperties& stated, SlaveProperties& slave) {
     DaqProperties expected = stated.daq.value_or(slave);
     expected.maxDto = stated.maxDto.value_or(slave.maxDto);
     expected.order = stated.order.value_or(slave.order);
     expected.addressGranularity = stated.addressGranularity.value_or(slave.addressGranularity);
     if (expected.maxEntrySize == 0)
         expected.maxEntrySize = slave.maxEntrySize;
-    remark_contradictions(expected, slave);
+    const auto here = in_words(slave);
+    const auto there = in_words(expected);
+    for (std::size_t i = 0; i < here.size(); ++i)
+        if (here[i].value != there[i].value)
+            slave.remarks.push_back(here[i].name + ": the slave says " + here[i].value +
+                                    ", the A2L file " + there[i].value);
+}
+
+SlaveProperties ask_properties(CommandChannel& channel, const xcp::Connect::Answer& connected,
+                               const StatedProperties& stated) {
+    check_resources(channel, connected);
+    SlaveProperties slave;
+    static_cast<DaqProperties&>(slave) = stated.daq.value_or(DaqProperties{});
+    slave.maxCto = connected.maxCto;
+    take_answer(slave, connected);
+    slave.id = ask_id(channel, slave.maxCto);
+    ask_part<xcp::GetDaqProcessorInfo>(channel, stated.daq.has_value(), slave);
+    ask_part<xcp::GetDaqResolutionInfo>(channel, stated.daq.has_value(), slave);
+
+    remark_contradictions(stated, slave);
     return slave;
 }
 

@@ -34,6 +34,8 @@ struct DaqProperties {
     std::size_t timestampSize = 0; // bytes; 0: none
     std::uint64_t unit_ps = 1000;  // the timestamp's, in picoseconds
     std::uint16_t ticksPerUnit = 1;
+
+    bool operator==(const DaqProperties&) const = default;
 };
 
 // What an A2L file says. Without its block DAQ, the slave's answers alone count.
@@ -51,6 +53,14 @@ struct SlaveProperties : DaqProperties {
     std::vector<EventChannel> events; // of the lists, in their order
     std::vector<std::string> remarks; // what was not asked of the slave itself, or is contradicted
 };
+
+// What one answer says of the slave.
+void take_answer(DaqProperties& to, const xcp::Connect::Answer& answer);
+void take_answer(DaqProperties& to, const xcp::GetDaqProcessorInfo::Answer& answer);
+void take_answer(DaqProperties& to, const xcp::GetDaqResolutionInfo::Answer& answer);
+
+// Adds a remark for each property in which the answers are not what was stated.
+void remark_contradictions(const StatedProperties& stated, SlaveProperties& slave);
 
 // Asks a slave that has just answered to CONNECT. Throws SessionError for one that is locked or
 // does not do DAQ at all.

@@ -65,7 +65,7 @@ void add(const ConversionLine& c) {
 
 SpecFile load_spec(api_xcp_daq& daq, const Options& options) {
     SpecFile spec = read_spec_file(options.spec);
-    if (!spec.namesServer && !options.sets_up())
+    if (!spec.namesServer && options.has_table())
         spec.faults.emplace_back(options.spec, "no section @XCP_SERVER");
     if (!spec.faults.empty() && !options.check)
         throw spec.faults[0];
@@ -80,10 +80,10 @@ Configuration configure(const Options& options, SpecFile spec, std::vector<Table
                                         ? halmor_standin::read_variables_file(*options.variables)
                                         : listed_variables(spec);
     const VariableKinds kinds = kinds_of(definitions);
-    if (options.sets_up())
+    if (!options.has_table())
         leave_to_library(table, kinds);
     const RawForms forms =
-        raw_forms(table, kinds, options.sets_up() ? options.spec : options.table);
+        raw_forms(table, kinds, options.has_table() ? options.table : options.spec);
     define(definitions, forms);
     for (const TableLine& line : library_calls(table, forms))
         std::visit([](const auto& arguments) { add(arguments); }, line.call);

@@ -1,6 +1,7 @@
 #include "configuration_check.h"
 
 #include "api_xcp_daq.h"
+#include "capture_plan.h"
 #include "host/standin/variable_store.h"
 #include "integer_conversion.h"
 #include "slave_plan.h"
@@ -29,9 +30,12 @@ VariableKind kind_of(const std::string& name) {
     return VariableStore::instance().find(name)->kind();
 }
 
+std::string header_text(const std::string& server) {
+    return fmt::format("server      {}\nregistered  {}\n", server, appData.registeredName);
+}
+
 std::string header_text() {
-    return fmt::format("server      {}:{}\nregistered  {}\n", appData.serverName,
-                       appData.serverPort, appData.registeredName);
+    return header_text(fmt::format("{}:{}", appData.serverName, appData.serverPort));
 }
 
 std::string lists_text(const SpecFile& spec) {
@@ -265,11 +269,26 @@ CheckedConfiguration check_set_up(const Options& options, const SpecFile& spec) 
     return checked;
 }
 
+// The table is the task's own, so that nothing of it can be wrong.
+CheckedConfiguration check_capture(const Options& options, const SpecFile& spec) {
+    CheckedConfiguration checked{"", spec_faults(spec)};
+    if (!checked.faults.empty())
+        return checked;
+    const a2l::File file(a2l_path(spec, options.spec));
+    const CapturePlan plan = plan_capture(options, spec, file);
+    configure(options, plan.spec, plan.table);
+    checked.text =
+        header_text(to_text(plan.slave)) + capture_text(plan) + layout_text(plan.receiver);
+    return checked;
+}
+
 } // namespace
 
 CheckedConfiguration check_configuration(api_xcp_daq& daq, const Options& options) {
     SpecFile spec = load_spec(daq, options);
-    return options.sets_up() ? check_set_up(options, spec) : check_table(options, std::move(spec));
+    if (options.has_table())
+        return check_table(options, std::move(spec));
+    return options.sets_up() ? check_set_up(options, spec) : check_capture(options, spec);
 }
 
 } // namespace task

@@ -54,8 +54,9 @@ xcp_master::StatedProperties stated_properties(const a2l::Xcp& xcp) {
 
 class WantedFinder {
   public:
-    WantedFinder(const SpecFile& spec, std::string specPath, const a2l::File& file)
-        : spec_(spec), specPath_(std::move(specPath)), file_(file) {}
+    WantedFinder(const SpecFile& spec, std::string specPath, const a2l::File& file,
+                 Triggers triggers)
+        : spec_(spec), specPath_(std::move(specPath)), file_(file), triggers_(triggers) {}
 
     WantedSlave find() {
         wanted_.stated = stated_properties(file_.xcp());
@@ -92,6 +93,8 @@ class WantedFinder {
     }
 
     std::uint16_t find_event(const ListSection& list) {
+        if (triggers_ == Triggers::any)
+            return 0;
         std::vector<std::string> names;
         for (const a2l::Event& event : file_.xcp().events) {
             if (event.name == list.trigger || event.shortName == list.trigger) {
@@ -133,6 +136,7 @@ class WantedFinder {
     const SpecFile& spec_;
     const std::string specPath_;
     const a2l::File& file_;
+    const Triggers triggers_;
     std::map<std::string, const ListedMeasurement*> taken_; // by variable
     WantedSlave wanted_;
 };
@@ -159,6 +163,8 @@ std::pair<double, double> limits_of(const RawNumber& number, const a2l::Signal& 
         {least * signal.factor + signal.offset, greatest * signal.factor + signal.offset});
 }
 
+} // namespace
+
 ConversionLine conversion_line(const std::string& variable, int daqList,
                                const a2l::Signal& signal) {
     const RawNumber number = number_of(signal);
@@ -175,8 +181,6 @@ ConversionLine conversion_line(const std::string& variable, int daqList,
             number};
 }
 
-} // namespace
-
 std::string a2l_path(const SpecFile& spec, const std::string& specPath) {
     if (spec.a2lFile.empty())
         throw FileError(specPath, "no section @A2L_FILE");
@@ -188,8 +192,9 @@ std::string a2l_path(const SpecFile& spec, const std::string& specPath) {
     return folder + spec.a2lFile;
 }
 
-WantedSlave find_wanted(const SpecFile& spec, const std::string& specPath, const a2l::File& file) {
-    return WantedFinder(spec, specPath, file).find();
+WantedSlave find_wanted(const SpecFile& spec, const std::string& specPath, const a2l::File& file,
+                        Triggers triggers) {
+    return WantedFinder(spec, specPath, file, triggers).find();
 }
 
 std::map<std::string, std::string> units_of(const SpecFile& spec, const WantedSlave& wanted) {

@@ -29,9 +29,16 @@ struct WantedSlave {
 // file's when it is relative. Throws io::FileError when it names none.
 std::string a2l_path(const SpecFile& spec, const std::string& specPath);
 
+// Whether the lists' triggers have to be event channels: to set a slave up, they have to.
+enum class Triggers { events, any };
+
 // Finds every measurement and every trigger of the spec file in the A2L file. What cannot be used
 // is a fault with the line of the spec file, or of the A2L file.
-WantedSlave find_wanted(const SpecFile& spec, const std::string& specPath, const a2l::File& file);
+WantedSlave find_wanted(const SpecFile& spec, const std::string& specPath, const a2l::File& file,
+                        Triggers triggers = Triggers::events);
+
+// How the signal's raw value becomes the variable's: with its data type, and nothing cut off.
+ConversionLine conversion_line(const std::string& variable, int daqList, const a2l::Signal& signal);
 
 // By variable, for those that have one.
 std::map<std::string, std::string> units_of(const SpecFile& spec, const WantedSlave& wanted);

@@ -1,14 +1,11 @@
 #pragma once
-// A capture file (pcap or pcapng), read in the pace of the recording or as fast as it goes.
+// What the slave sent, out of a capture file, in the pace of the recording or as fast as it goes.
 
+#include "capture_reader.h"
 #include "file_source.h"
-#include "io/udp_endpoint.h"
 
 #include <atomic>
-#include <memory>
 #include <string>
-
-struct pcap;
 
 namespace task {
 
@@ -22,15 +19,10 @@ class CaptureFile : public DatagramFile {
     std::uint64_t foreign() const override { return foreign_; }
 
   private:
-    struct ClosePcap {
-        void operator()(pcap* capture) const;
-    };
-
-    std::string path_;
-    io::UdpEndpoint slave_;
-    bool recordedPace_;
-    std::unique_ptr<pcap, ClosePcap> capture_;
-    int linkType_;
+    const std::string path_;
+    const io::UdpEndpoint slave_;
+    const bool recordedPace_;
+    CaptureReader reader_;
     std::atomic<std::uint64_t> foreign_ = 0;
 };
 

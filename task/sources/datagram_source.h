@@ -18,6 +18,12 @@ using Arrival = std::chrono::steady_clock::time_point;
 // Payload of whole messages, valid during the call.
 using PayloadSink = std::function<void(const std::uint8_t*, std::uint64_t)>;
 
+// An ODT with which a sample of its DAQ list ends.
+struct SampleEnd {
+    std::uint8_t list;
+    std::uint8_t odt;
+};
+
 // Where datagrams go. One thread's at a time; it outlives the source's thread.
 class DatagramSink {
   public:
@@ -40,6 +46,10 @@ class DatagramSource {
 
     // After start(): where the datagrams come from, in a few words.
     virtual std::string description() const = 0;
+
+    // Where samples end beside the last ODTs of the measurement table: only what is laid out in
+    // several ways, one after the other, has such ODTs.
+    virtual std::vector<SampleEnd> sample_ends() const { return {}; }
 
     // Whether the sink may take its time: a file can wait, a slave cannot.
     virtual bool can_wait() const = 0;

@@ -9,6 +9,7 @@
 #include <stop_token>
 #include <string>
 #include <thread>
+#include <vector>
 
 namespace task {
 
@@ -26,6 +27,12 @@ class DatagramFile {
 
     // So far: datagrams that are not the slave's. Any thread.
     virtual std::uint64_t foreign() const { return 0; }
+
+    // So far: packets by which the slave told that it lost samples. Any thread.
+    virtual std::uint64_t overloads() const { return 0; }
+
+    // As of a source.
+    virtual std::vector<SampleEnd> sample_ends() const { return {}; }
 };
 
 class FileSource : public DatagramSource {
@@ -38,7 +45,8 @@ class FileSource : public DatagramSource {
     bool ended() const override { return ended_; }
     void stop() override;
     void check() const override;
-    Losses losses() const override { return {0, file_->foreign()}; }
+    Losses losses() const override { return {0, file_->foreign(), file_->overloads()}; }
+    std::vector<SampleEnd> sample_ends() const override { return file_->sample_ends(); }
 
   private:
     void deliver_all(const std::stop_token& stop, DatagramSink& sink);

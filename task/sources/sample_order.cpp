@@ -25,21 +25,27 @@ std::span<const std::uint8_t> whole(const xcp::Message& message) {
 // Before the feed adds to the table.
 SampleOrder::Lists SampleOrder::stamped_lists() {
     Lists lists;
-    for (std::size_t number = 0; number < lists.size(); ++number)
+    for (std::size_t number = 0; number < lists.size(); ++number) {
+        std::uint8_t lastOdt = 0;
         for (const auto& [place, entry] : appData.daqList[number].odtEntryMap) {
             const auto& [odt, index] = place;
             if (odt < 0 || odt > xcp::last_daq_pid || (entry->daqMode & MODE_TIMESTAMP) == 0)
                 continue;
             lists[number].stamped = true;
-            lists[number].lastOdt = static_cast<std::uint8_t>(odt);
+            lastOdt = static_cast<std::uint8_t>(odt);
             lists[number].stampedLength[static_cast<std::size_t>(odt)] =
                 static_cast<std::size_t>(std::max(entry->lastByte, 0)) + 1 + xcp::timestamp_size;
         }
+        lists[number].lastOdts.set(lastOdt);
+    }
     return lists;
 }
 
-SampleOrder::SampleOrder(std::chrono::milliseconds hold, PayloadSink library)
+SampleOrder::SampleOrder(std::chrono::milliseconds hold, PayloadSink library,
+                         const std::vector<SampleEnd>& ends)
     : hold_(hold), lists_(stamped_lists()), feed_(std::move(library)), due_ns_(never) {
+    for (const auto& [list, odt] : ends)
+        lists_[list].lastOdts.set(odt);
     const auto stamped =
         std::count_if(lists_.begin(), lists_.end(), [](const List& list) { return list.stamped; });
     passes_ = hold.count() == 0 || stamped < 2;
@@ -128,7 +134,7 @@ void SampleOrder::hold_packet(std::span<const std::uint8_t> message,
         return feed_.put(message);
     std::vector<std::uint8_t>& messages = list.open->messages;
     messages.insert(messages.end(), message.begin(), message.end());
-    if (packet[0] == list.lastOdt)
+    if (list.lastOdts[packet[0]])
         close(list);
 }
 

@@ -14,6 +14,7 @@
 #include "task/output/timing_watch.h"
 
 #include <array>
+#include <bitset>
 #include <chrono>
 #include <cstdint>
 #include <deque>
@@ -31,7 +32,8 @@ class SampleOrder {
     // Reads the library's measurement table, to which a tick is added. With a hold of 0, or a
     // single stamped list, everything goes out at once. The library is called inside of the calls
     // below.
-    SampleOrder(std::chrono::milliseconds hold, PayloadSink library);
+    SampleOrder(std::chrono::milliseconds hold, PayloadSink library,
+                const std::vector<SampleEnd>& ends = {});
 
     // Messages of packets that the table has.
     void take(std::span<const std::uint8_t> payload, Arrival arrival);
@@ -68,7 +70,7 @@ class SampleOrder {
     };
     struct List {
         bool stamped = false;
-        std::uint8_t lastOdt = 0;
+        std::bitset<256> lastOdts;                                 // those with which a sample ends
         std::array<std::optional<std::size_t>, 256> stampedLength; // by ODT, of its packets
         std::optional<Sample> open;                                // being put together
     };
