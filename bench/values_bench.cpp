@@ -1,4 +1,4 @@
-// Values that arrive in raw words, against the library's own conversion of values of 4 bytes.
+// Values that arrive in raw words, against the library's own conversion of values of the same size.
 
 #include "host/standin/variable_store.h"
 #include "ratios.h"
@@ -80,7 +80,7 @@ void add_values() {
         const Row row{"values", name + " in words, a value",
                       size == 8 ? "reported" : "at least 0.7", false, true};
         add(row, "library", items, decoding(name, size, type));
-        add(row, "floor", items, decoding("ulong", 4));
+        add(row, "floor", items, decoding("unsigned" + std::to_string(size) + "_", size));
     }
 }
 

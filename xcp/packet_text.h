@@ -67,7 +67,7 @@ inline std::string command_in_words(std::span<const std::uint8_t> packet, ByteOr
 // quotation marks.
 inline std::string notice_in_words(std::span<const std::uint8_t> packet) {
     const bool event = packet[0] == event_pid;
-    const std::string kind = event ? "event" : "service request";
+    std::string kind = event ? "event" : "service request";
     if (packet.size() < 2)
         return kind;
     if (!event && packet[1] == service_text) {

@@ -31,6 +31,9 @@ class DatagramFile {
     // So far: packets by which the slave told that it lost samples. Any thread.
     virtual std::uint64_t overloads() const { return 0; }
 
+    // So far: samples whose short timestamp does not tell their time. Any thread.
+    virtual std::uint64_t untold() const { return 0; }
+
     // As of a source.
     virtual std::vector<SampleEnd> sample_ends() const { return {}; }
 };
@@ -45,7 +48,9 @@ class FileSource : public DatagramSource {
     bool ended() const override { return ended_; }
     void stop() override;
     void check() const override;
-    Losses losses() const override { return {0, file_->foreign(), file_->overloads()}; }
+    Losses losses() const override {
+        return {0, file_->foreign(), file_->overloads(), file_->untold()};
+    }
     std::vector<SampleEnd> sample_ends() const override { return file_->sample_ends(); }
 
   private:

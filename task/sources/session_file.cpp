@@ -76,9 +76,11 @@ void SessionFile::enter(const CapturedSession& session, Arrival recorded, Datagr
 
 std::span<const std::uint8_t> SessionFile::convert(std::span<const std::uint8_t> payload,
                                                    Arrival arrival) {
-    const std::uint64_t before = form_->overloads();
+    const std::uint64_t overloads = form_->overloads();
+    const std::uint64_t untold = form_->untold();
     const auto own = form_->take(payload, arrival.time_since_epoch());
-    overloads_ += form_->overloads() - before;
+    overloads_ += form_->overloads() - overloads;
+    untold_ += form_->untold() - untold;
     converted_.clear();
     xcp::MessageWalk messages(own);
     for (xcp::Message message{}; messages.next(message);)

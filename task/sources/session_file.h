@@ -44,6 +44,7 @@ class SessionFile : public DatagramFile {
     void deliver_all(const std::stop_token& stop, DatagramSink& sink) override;
     std::uint64_t foreign() const override { return foreign_; }
     std::uint64_t overloads() const override { return overloads_; }
+    std::uint64_t untold() const override { return untold_; }
     std::vector<SampleEnd> sample_ends() const override;
 
   private:
@@ -68,6 +69,7 @@ class SessionFile : public DatagramFile {
     std::vector<std::uint8_t> converted_;
     std::atomic<std::uint64_t> foreign_ = 0;
     std::atomic<std::uint64_t> overloads_ = 0;
+    std::atomic<std::uint64_t> untold_ = 0;
 };
 
 } // namespace task
