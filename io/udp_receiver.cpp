@@ -5,6 +5,7 @@
 #include <linux/sock_diag.h>
 #include <sys/socket.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <chrono>
@@ -22,6 +23,10 @@ constexpr std::size_t largest_datagram = 65536;
 constexpr std::size_t datagram_stride = largest_datagram + 192;
 constexpr int wanted_buffer = 32 * 1024 * 1024;
 constexpr std::chrono::milliseconds longest_drain{100};
+constexpr std::chrono::hours longest_age{1}; // of a datagram: the time of day may be set
+
+using std::chrono::steady_clock;
+using std::chrono::system_clock;
 
 void enlarge_buffer(int socket) {
     // The first is for the privileged, who may exceed the system's limit.
@@ -38,6 +43,11 @@ struct UdpReceiver::Batch {
     std::array<sockaddr_in, batch_size> sources{};
     std::array<iovec, batch_size> buffers{};
     std::array<mmsghdr, batch_size> messages{};
+    struct alignas(cmsghdr) Control {
+        std::array<char, CMSG_SPACE(sizeof(timespec))> bytes;
+    };
+    std::array<Control, batch_size> controls{};
+    std::size_t current = 0; // the datagram that the callback has
 
     Batch() {
         for (std::size_t i = 0; i < batch_size; ++i) {
@@ -51,6 +61,10 @@ struct UdpReceiver::Batch {
     int receive(int socket, int flags) {
         for (mmsghdr& message : messages)
             message.msg_hdr.msg_namelen = sizeof(sockaddr_in);
+        for (std::size_t i = 0; i < batch_size; ++i) {
+            messages[i].msg_hdr.msg_control = controls[i].bytes.data();
+            messages[i].msg_hdr.msg_controllen = controls[i].bytes.size();
+        }
         return recvmmsg(socket, messages.data(), batch_size, flags, nullptr);
     }
 };
@@ -59,6 +73,8 @@ UdpReceiver::UdpReceiver(UdpSocket socket, const UdpEndpoint& source, Callback c
     : socket_(std::move(socket)), source_(source), callback_(std::move(callback)),
       batch_(std::make_unique<Batch>()) {
     enlarge_buffer(socket_.descriptor());
+    const int on = 1; // where there are none, arrived() is when it was taken
+    setsockopt(socket_.descriptor(), SOL_SOCKET, SO_TIMESTAMPNS, &on, sizeof on);
     thread_ = std::thread([this] { receive(); });
 }
 
@@ -105,9 +121,26 @@ bool UdpReceiver::take_batch(int flags) {
         }
         add(datagrams_, 1);
         add(bytes_, message.msg_len);
+        batch_->current = i;
         callback_(static_cast<const std::uint8_t*>(batch_->buffers[i].iov_base), message.msg_len);
     }
     return true;
+}
+
+// The system stamps with the time of day; of that only its age is used.
+steady_clock::time_point UdpReceiver::arrived() const {
+    const steady_clock::time_point now = steady_clock::now();
+    const msghdr& message = batch_->messages[batch_->current].msg_hdr;
+    const cmsghdr* const header = CMSG_FIRSTHDR(&message);
+    if (header == nullptr || header->cmsg_type != SCM_TIMESTAMPNS)
+        return now;
+    timespec stamp{};
+    std::memcpy(&stamp, CMSG_DATA(header), sizeof stamp);
+    const auto received =
+        std::chrono::seconds(stamp.tv_sec) + std::chrono::nanoseconds(stamp.tv_nsec);
+    const auto age = std::chrono::nanoseconds(system_clock::now().time_since_epoch()) - received;
+    return now -
+           std::clamp<std::chrono::nanoseconds>(age, std::chrono::nanoseconds(0), longest_age);
 }
 
 UdpReceiver::Counters UdpReceiver::counters() const {

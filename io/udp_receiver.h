@@ -4,6 +4,7 @@
 #include "udp_socket.h"
 
 #include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -38,6 +39,10 @@ class UdpReceiver {
     void send(const UdpEndpoint& to, std::span<const std::uint8_t> payload) const {
         socket_.send(to, payload);
     }
+
+    // When the system received the datagram that the callback is being called for; inside of the
+    // callback alone.
+    std::chrono::steady_clock::time_point arrived() const;
 
     const UdpEndpoint& local() const { return socket_.local(); }
     Counters counters() const;

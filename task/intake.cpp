@@ -44,7 +44,7 @@ void Intake::break_off(std::string_view why) {
     wait_for_worker(0);
     counter_.begin_session();
     lastDaq_.reset();
-    times_.expect_gap(std::string(why));
+    times_.expect_gap(std::string(why), why.empty());
 }
 
 // The time of what comes out of a file is not the time of this moment. While a datagram is being
@@ -115,6 +115,8 @@ bool Intake::begins_anew(std::span<const std::uint8_t> payload, Arrival arrival)
 void Intake::wait_for_worker(std::size_t frames) const {
     while (waits_ && XCPFrameBuffer.size() > frames)
         std::this_thread::sleep_for(1ms);
+    if (frames == 0)
+        std::this_thread::sleep_for(1ms); // the last one is out of the queue before it is decoded
 }
 
 } // namespace task

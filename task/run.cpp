@@ -21,6 +21,7 @@
 #include <chrono>
 #include <cstdio>
 #include <iostream>
+#include <limits>
 #include <memory>
 #include <optional>
 #include <thread>
@@ -73,7 +74,10 @@ class Run {
         if (options.record)
             recorder_ = make_recorder(*options.record, prepared.configuration, noRoom, urgent);
         observer_.emplace(recorder_.get(), prepared.ranges);
-        observer_->watch().allow_step(longest_step(*source_).count());
+        if (cyclic(*source_))
+            observer_->watch().allow_step(longest_step(*source_).count());
+        else if (!source_->lists().empty()) // a sample may come at any time
+            observer_->watch().allow_step(std::numeric_limits<std::int64_t>::max());
         intake_.emplace(source_->can_wait(), dump_ ? &*dump_ : nullptr,
                         std::chrono::milliseconds(options.hold), observer_->watch(),
                         source_->sample_ends());
@@ -90,7 +94,7 @@ class Run {
         const RunCounts last = counts();
         const TimingWatch timing = intake_->timing();
         const Findings findings{observer_->watch(), intake_->packets(), observer_->limits(), timing,
-                                source_->lists(),   source_->notes()};
+                                source_->lists(),   source_->notes(),   source_->doubts()};
         const auto speaksAgainst = doubts(last, findings);
         print(variable_table() + closing_counts(last, findings) + trust_text(speaksAgainst));
         const ExitStatus status = judge(speaksAgainst.empty());
@@ -215,6 +219,8 @@ ExitStatus run(const Options& options) {
         const Logs logs(options);
         if (options.check)
             return check(daq, options);
+        if (options.record)
+            check_recordable(*options.record);
         std::optional<ProtocolLog> protocolLog;
         if (options.protocolLog)
             protocolLog.emplace(*options.protocolLog);

@@ -194,10 +194,10 @@ TEST(TimingWatch, TellsDriftFromJumpsAndCountsWhatACycleHas) {
     EXPECT_NEAR(clocks.drift_ppm, 200, 20);
     EXPECT_NEAR(clocks.seconds, 58, 2.1);
     EXPECT_EQ(clocks.jumps, 0U);
-    EXPECT_EQ(watch.lists()[1].samples, 5940U);
-    EXPECT_NEAR(static_cast<double>(watch.lists()[1].span_ns) / 1e9, 59.99, 0.02);
-    EXPECT_EQ(watch.lists()[1].sessions, 2U);
-    EXPECT_EQ(watch.lists()[0].samples, 0U);
+    EXPECT_EQ(watch.samples()[1], 5940U);
+    EXPECT_EQ(watch.samples()[0], 0U);
+    EXPECT_NEAR(static_cast<double>(watch.spans().nanoseconds) / 1e9, 59.99, 0.02);
+    EXPECT_EQ(watch.spans().sessions, 2U);
 
     watch.begin_session();
     for (int i = 0; i < 600; ++i)

@@ -44,6 +44,7 @@ class DaqSetUp {
 
     // The lists below it are the slave's own, which are never freed.
     void set_first_dynamic(std::size_t number) { firstDynamic_ = number; }
+    std::size_t first_dynamic() const { return firstDynamic_; }
 
     void apply(const FreeDaq& /*command*/) {
         lists_.resize(std::min(lists_.size(), firstDynamic_));

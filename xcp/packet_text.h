@@ -74,7 +74,7 @@ inline std::string notice_in_words(std::span<const std::uint8_t> packet) {
         std::string quoted(1, '"');
         for (const std::uint8_t byte : packet.subspan(2))
             if (byte >= 0x20) // line ends, and the zero at the end
-                quoted += byte == 0x7F ? '.' : static_cast<char>(byte);
+                quoted += byte < 0x7F ? static_cast<char>(byte) : '.'; // in no known character set
         return quoted + '"';
     }
     const EventText* const text = event ? find_event_text(packet[1]) : nullptr;

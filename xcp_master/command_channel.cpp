@@ -158,15 +158,18 @@ bool CommandChannel::is_answer_to(std::uint8_t command, const Received& received
         return false;
     slaveCounts_ = slaveCounts_ || (lastAnswer_ && lastAnswer_->ctr != received.ctr);
     lastAnswer_ = received;
+    lastAnswerAt_ = link_.now();
     return true;
 }
 
-// Some slaves do not count. Of those what is no bare acknowledgement is known by its bytes.
+// Soon after the last one: DAQ packets count as well, and turn the counter. Some slaves do not
+// count. Of those what is no bare acknowledgement is known by its bytes.
 bool CommandChannel::came_before(const Received& received) const {
-    if (!lastAnswer_)
+    constexpr std::uint16_t near = 256; // messages
+    if (!lastAnswer_ || link_.now() - lastAnswerAt_ > most_tries * timeout_)
         return false;
     if (slaveCounts_)
-        return static_cast<std::int16_t>(received.ctr - lastAnswer_->ctr) <= 0;
+        return static_cast<std::uint16_t>(lastAnswer_->ctr - received.ctr) < near;
     return received.ctr == lastAnswer_->ctr && received.packet.size() > 2 &&
            received.packet == lastAnswer_->packet;
 }

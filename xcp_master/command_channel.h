@@ -168,6 +168,7 @@ class CommandChannel {
 
     // Of this session; a network may repeat what it carries.
     std::optional<Received> lastAnswer_;
+    Time lastAnswerAt_{};
     bool slaveCounts_ = false; // its CTR is not always the same
 };
 

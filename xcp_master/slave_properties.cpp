@@ -111,17 +111,18 @@ std::optional<EventChannel> ask_event(CommandChannel& channel, std::uint16_t num
     });
 }
 
+// What may change while a slave is being switched on is no reason to give it up.
 void check_resources(CommandChannel& channel, const xcp::Connect::Answer& connected) {
     constexpr int least_max_cto = 8;
     if (connected.maxCto < least_max_cto)
         throw Unsuitable("the slave's MAX_CTO is " + std::to_string(connected.maxCto) +
                          ", below the standard's 8 bytes");
     if ((connected.resources & xcp::Connect::Answer::daq_resource) == 0)
-        throw Unsuitable("the slave does no DAQ (resources " + std::to_string(connected.resources) +
-                         ")");
+        throw SessionError("the slave does no DAQ (resources " +
+                           std::to_string(connected.resources) + ")");
     const auto status = channel.ask(xcp::GetStatus{});
     if ((status.protection & xcp::GetStatus::Answer::daq_protected) != 0)
-        throw Unsuitable("the slave's DAQ is locked by seed and key");
+        throw SessionError("the slave's DAQ is locked by seed and key");
 }
 
 // Takes what the slave answers, or leaves what the A2L file says.

@@ -56,7 +56,8 @@ std::int64_t StampClock::by_arrival(std::int64_t stamp, Time arrival) {
 }
 
 // A sample that seems to have been on its way for a whole turn longer than others may be a turn
-// later. What counts as the shortest way grows with the clocks' drift.
+// later, and one that seems to come before it was taken a turn earlier. What counts as the shortest
+// way grows with the clocks' drift.
 void StampClock::check_lag(const Last& now) {
     constexpr double drift = 1e-3;
     if (!least_)
@@ -64,7 +65,7 @@ void StampClock::check_lag(const Last& now) {
     const double passed = ticks_between(least_->arrival, now.arrival);
     const double lag = passed - static_cast<double>(now.ticks - least_->ticks);
     const double tolerance = std::abs(passed) * drift;
-    if (lag >= static_cast<double>(turn_) + tolerance)
+    if (lag >= static_cast<double>(turn_) + tolerance || lag < -static_cast<double>(turn_) / 2)
         note_untold();
     if (lag <= tolerance)
         least_ = now;

@@ -65,7 +65,7 @@ xcp_master::DaqList described(const CapturedList& list) {
 
 // Without places. Throws SessionError when its ODT numbers cannot be told apart.
 SessionLayout layout_of(const CapturedSetUp& setUp) {
-    SessionLayout layout{form_of(setUp), {}, {}, {}};
+    SessionLayout layout{form_of(setUp), {}, {}, {}, {}};
     layout.plan.stamped = layout.slave.timestampSize > 0;
     layout.plan.firstDaq = layout.slave.minDaq;
     for (const CapturedList& list : setUp.lists) {
@@ -76,6 +76,9 @@ SessionLayout layout_of(const CapturedSetUp& setUp) {
         layout.firstPids[index] = list.firstPid;
     }
     layout.places.resize(layout.plan.lists.size());
+    for (const CapturedList& list : setUp.lists)
+        if (list.odts.empty())
+            layout.unknown.push_back(list.number);
     const xcp_master::DtoForm check(layout.slave, layout.plan, layout.firstPids);
     return layout;
 }

@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <cmath>
 #include <cstring>
 #include <limits>
@@ -36,12 +37,17 @@ std::string cell_text(const std::string& name) {
     return text + "\"";
 }
 
-io::FileDescriptor open_recording(const std::string& path) {
-    io::FileDescriptor file(open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666));
-    if (file.get() < 0)
-        throw FileError(path, std::strerror(errno));
-    fcntl(file.get(), F_SETFL, O_NONBLOCK); // only now: a pipe may wait for its reader
-    return file;
+// A pipe waits for its reader.
+io::FileDescriptor open_recording(const std::string& path, const std::function<bool()>& urgent) {
+    constexpr int flags = O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NONBLOCK;
+    for (;;) {
+        io::FileDescriptor file(open(path.c_str(), flags, 0666));
+        if (file.get() >= 0)
+            return file;
+        if (errno != ENXIO || urgent())
+            throw FileError(path, errno == ENXIO ? "nobody reads the pipe" : std::strerror(errno));
+        std::this_thread::sleep_for(std::chrono::milliseconds(longest_poll));
+    }
 }
 
 fmt::memory_buffer header_line() {
@@ -68,8 +74,9 @@ void append_number(fmt::memory_buffer& text, double value) {
 } // namespace
 
 CsvRecorder::CsvRecorder(const std::string& path, NoRoom noRoom, std::function<bool()> urgent)
-    : path_(path), file_(open_recording(path)), line_(VariableStore::instance().variables().size()),
-      text_(header_line()), writer_(ring_size, noRoom, std::move(urgent), *this) {}
+    : path_(path), file_(open_recording(path, urgent)),
+      line_(VariableStore::instance().variables().size()), text_(header_line()),
+      writer_(ring_size, noRoom, std::move(urgent), *this) {}
 
 void CsvRecorder::gap(const timespec& from, const timespec& to) {
     if (!writer_.take(gap_items(from, to)))

@@ -13,7 +13,7 @@ std::uint64_t MessageCounter::take(std::span<const std::uint8_t> payload) {
     std::uint64_t count = 0;
     std::uint64_t daqPackets = 0;
     for (xcp::Message message{}; messages.next(message); ++count) {
-        check_ctr(message.ctr);
+        check_ctr(message);
         daqPackets += message.is_daq() ? 1 : 0;
         if (message.is_event())
             take_event(message.packet);
@@ -35,11 +35,12 @@ void MessageCounter::take_event(std::span<const std::uint8_t> packet) {
 }
 
 // The counter wraps, so what lies in the half before the expected value is taken as the past.
-void MessageCounter::check_ctr(std::uint16_t ctr) {
+void MessageCounter::check_ctr(const xcp::Message& message) {
     constexpr std::uint16_t half = 0x8000;
+    const std::uint16_t ctr = message.ctr;
     const auto ahead = static_cast<std::uint16_t>(ctr - expected_.value_or(ctr));
     if (ahead >= half)
-        return take_from_the_past(ctr);
+        return take_from_the_past(message);
     if (ahead > 0)
         skip_to(ctr);
     missed_.reset(ctr); // of 65536 messages ago
@@ -54,12 +55,13 @@ void MessageCounter::skip_to(std::uint16_t ctr) {
     }
 }
 
-void MessageCounter::take_from_the_past(std::uint16_t ctr) {
-    if (!missed_.test(ctr)) {
-        add(repeated_, 1);
+// An answer that comes twice spoils no value.
+void MessageCounter::take_from_the_past(const xcp::Message& message) {
+    if (!missed_.test(message.ctr)) {
+        add(repeated_, message.is_daq() ? 1 : 0);
         return;
     }
-    missed_.reset(ctr);
+    missed_.reset(message.ctr);
     missing_.store(missing_.load(std::memory_order_relaxed) - 1, std::memory_order_relaxed);
     add(late_, 1);
 }

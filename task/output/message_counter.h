@@ -1,6 +1,8 @@
 #pragma once
 // Looks at the messages of every datagram before the library does, which does not look at CTR.
 
+#include "xcp/message.h"
+
 #include <atomic>
 #include <bitset>
 #include <chrono>
@@ -40,9 +42,9 @@ class MessageCounter {
 
   private:
     void take_event(std::span<const std::uint8_t> packet);
-    void check_ctr(std::uint16_t ctr);
+    void check_ctr(const xcp::Message& message);
     void skip_to(std::uint16_t ctr);
-    void take_from_the_past(std::uint16_t ctr);
+    void take_from_the_past(const xcp::Message& message);
 
     // The receiving thread's; CTR may start anywhere.
     std::optional<std::uint16_t> expected_;

@@ -108,28 +108,31 @@ std::string variable_table() {
     return text;
 }
 
+constexpr double shortest_proof = 10.0; // seconds, of what a clock does
+
 static double milliseconds(std::chrono::nanoseconds duration) {
     return std::chrono::duration<double, std::milli>(duration).count();
 }
 
-// Of a list, by the times of its samples.
-static double expected_samples(const TimingWatch::List& list, std::uint64_t cycle_ns) {
-    return static_cast<double>(list.span_ns) / static_cast<double>(cycle_ns) +
-           static_cast<double>(list.sessions);
+// Of a list, in the time in which any list came.
+static double expected_samples(const TimingWatch::Spans& spans, std::uint64_t cycle_ns) {
+    return static_cast<double>(spans.nanoseconds) / static_cast<double>(cycle_ns) +
+           static_cast<double>(spans.sessions);
 }
 
 static std::string timing_text(const RunCounts& counts, const Findings& findings) {
     std::string text;
     const auto out = std::back_inserter(text);
-    const auto lists = findings.timing.lists();
+    const auto samples = findings.timing.samples();
+    const auto spans = findings.timing.spans();
     for (std::size_t i = 0; i < findings.lists.size(); ++i) {
         const auto& [name, cycle_ns] = findings.lists[i];
-        fmt::format_to(out, "samples       {} of {}", lists[i].samples, name);
+        fmt::format_to(out, "samples       {} of {}", samples[i], name);
         if (cycle_ns > 0)
-            fmt::format_to(out, ", {:.0f} expected", expected_samples(lists[i], cycle_ns));
+            fmt::format_to(out, ", {:.0f} expected", std::floor(expected_samples(spans, cycle_ns)));
         text += '\n';
     }
-    if (const auto clocks = findings.timing.clocks(); clocks.seconds > 0)
+    if (const auto clocks = findings.timing.clocks(); clocks.seconds >= shortest_proof)
         fmt::format_to(out, "slave clock   {:+.1f} ppm against the host's, over {:.1f} s\n",
                        clocks.drift_ppm, clocks.seconds);
     if (const Delays& delays = counts.order.delays; delays.count() > 0)
@@ -186,17 +189,18 @@ static double longest_silence(const RunCounts& counts) {
 
 // Of the slave's clock, and of the samples that it should have taken.
 static std::vector<std::string> timing_doubts(const Findings& findings) {
-    constexpr double shortest_proof = 10.0;   // seconds
     constexpr double greatest_drift = 1000.0; // ppm
     constexpr double least_part = 0.99;       // of the samples
     std::vector<std::string> lines;
-    const auto lists = findings.timing.lists();
+    const auto samples = findings.timing.samples();
+    const auto spans = findings.timing.spans();
     for (std::size_t i = 0; i < findings.lists.size(); ++i) {
         const auto& [name, cycle_ns] = findings.lists[i];
-        const double expected = cycle_ns == 0 ? 0 : expected_samples(lists[i], cycle_ns);
-        if (static_cast<double>(lists[i].samples) < least_part * expected - 1)
+        const double expected = cycle_ns == 0 ? 0 : std::floor(expected_samples(spans, cycle_ns));
+        if (static_cast<double>(samples[i]) <
+            least_part * expected - static_cast<double>(spans.sessions))
             lines.push_back(fmt::format("{}: {} samples came of {:.0f} that its cycle has", name,
-                                        lists[i].samples, expected));
+                                        samples[i], expected));
     }
     const auto clocks = findings.timing.clocks();
     if (clocks.jumps > 0)
@@ -221,6 +225,7 @@ std::vector<std::string> doubts(const RunCounts& counts, const Findings& finding
     if (const auto overloads = counts.messages.overloads + counts.losses.overloads; overloads > 0)
         lines.push_back(
             fmt::format("the slave reported an overload {} times: it lost samples", overloads));
+    lines.insert(lines.end(), findings.doubts.begin(), findings.doubts.end());
     if (counts.messages.terminations > 0)
         lines.emplace_back("the slave said that it ended the session");
     if (counts.messages.late > 0)

@@ -52,6 +52,7 @@ struct Findings {
     const TimingWatch& timing;
     std::vector<DatagramSource::ListInfo> lists; // empty when they are not known
     std::vector<std::string> notes;
+    std::vector<std::string> doubts; // of the source
 };
 
 std::string closing_counts(const RunCounts& counts, const Findings& findings);

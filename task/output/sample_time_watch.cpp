@@ -4,9 +4,10 @@
 
 namespace task {
 
-void SampleTimeWatch::expect_gap(std::string why) {
+void SampleTimeWatch::expect_gap(std::string why, bool inOrder) {
     const std::lock_guard lock(mutex_);
-    gap_.why = std::move(why);
+    gap_.why = inOrder ? "another session" : std::move(why);
+    inOrder_ = inOrder;
     gapEnds_ = true;
 }
 
@@ -36,7 +37,7 @@ const SampleTimeWatch::Gap* SampleTimeWatch::end_gap(const timespec& sampleTime)
     if (firstGaps_.size() < kept)
         firstGaps_.push_back(gap_);
     gapEnds_ = false;
-    ++gaps_;
+    gaps_ += inOrder_ ? 0 : 1;
     return &gap_;
 }
 

@@ -29,13 +29,14 @@ class SampleTimeWatch {
     // More than that, in nanoseconds, is a jump; before anything is written.
     void allow_step(std::int64_t step_ns) { step_ns_ = step_ns; }
 
-    // The next value comes after a gap. Any thread.
-    void expect_gap(std::string why);
+    // The next value comes after a gap; in good order when nothing is wrong with it. Any thread.
+    void expect_gap(std::string why, bool inOrder = false);
 
     // The worker's alone. Gives the gap that ends with this value; null otherwise.
     const Gap* take(const halmor_standin::Variable& variable, const timespec& sampleTime);
 
-    // Values without a sample time, and gaps that have ended. Any thread.
+    // Values without a sample time, and gaps that have ended but for those in good order. Any
+    // thread.
     std::uint64_t untimed() const { return untimed_; }
     std::uint64_t gaps() const { return gaps_; }
 
@@ -56,6 +57,7 @@ class SampleTimeWatch {
     std::atomic<std::uint64_t> gaps_ = 0;
     std::atomic<bool> gapEnds_ = false; // with the next value
     std::mutex mutex_;
+    bool inOrder_ = false;
     Gap gap_; // guarded by mutex_ until it has ended
     std::vector<Gap> firstGaps_;
 };

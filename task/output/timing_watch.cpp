@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <chrono>
 #include <cmath>
-#include <utility>
 
 namespace task {
 
@@ -26,15 +25,12 @@ std::int64_t TimingWatch::Ends::span_ns() const {
 }
 
 void TimingWatch::take(std::size_t list, std::int64_t time_ns, Arrival arrival) {
-    std::optional<Ends>& ends = ends_[list];
-    if (!ends) {
-        ends = Ends{time_ns, time_ns, arrival, arrival};
-        ++lists_[list].sessions;
-    }
-    ends->first_ns = std::min(ends->first_ns, time_ns);
-    ends->last_ns = std::max(ends->last_ns, time_ns);
-    ends->lastArrival = arrival;
-    ++lists_[list].samples;
+    if (!ends_)
+        ends_ = Ends{time_ns, time_ns, arrival, arrival};
+    ends_->first_ns = std::min(ends_->first_ns, time_ns);
+    ends_->last_ns = std::max(ends_->last_ns, time_ns);
+    ends_->lastArrival = arrival;
+    ++samples_[list];
     if (arrival != Arrival{})
         compare_clocks(time_ns, arrival);
 }
@@ -89,17 +85,17 @@ void TimingWatch::close_session() {
 void TimingWatch::begin_session() {
     close_window();
     close_session();
-    for (std::size_t list = 0; list < most_lists; ++list)
-        if (const auto ends = std::exchange(ends_[list], {}))
-            lists_[list].span_ns += ends->span_ns();
+    spans_ = spans();
+    ends_.reset();
 }
 
-std::array<TimingWatch::List, TimingWatch::most_lists> TimingWatch::lists() const {
-    auto lists = lists_;
-    for (std::size_t list = 0; list < most_lists; ++list)
-        if (const auto& ends = ends_[list])
-            lists[list].span_ns += ends->span_ns();
-    return lists;
+TimingWatch::Spans TimingWatch::spans() const {
+    Spans spans = spans_;
+    if (ends_) {
+        spans.nanoseconds += ends_->span_ns();
+        ++spans.sessions;
+    }
+    return spans;
 }
 
 TimingWatch::Clocks TimingWatch::clocks() const {

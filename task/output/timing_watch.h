@@ -20,13 +20,15 @@ class TimingWatch {
     void take(std::size_t list, std::int64_t time_ns, Arrival arrival);
     void begin_session();
 
-    struct List {
-        std::uint64_t samples = 0;
-        std::int64_t span_ns = 0;   // from the first to the last one of each session, in all; by
-                                    // the host's clock when the slave's had jumped
-        std::uint64_t sessions = 0; // in which it came
+    std::array<std::uint64_t, most_lists> samples() const { return samples_; } // by list
+
+    // From the first to the last sample of any list, in each session, in all; by the host's clock
+    // when the slave's had jumped.
+    struct Spans {
+        std::int64_t nanoseconds = 0;
+        std::uint64_t sessions = 0;
     };
-    std::array<List, most_lists> lists() const;
+    Spans spans() const;
 
     struct Clocks {
         double seconds = 0.0;     // that were compared
@@ -64,8 +66,9 @@ class TimingWatch {
     void close_window();
     void close_session();
 
-    std::array<List, most_lists> lists_{};
-    std::array<std::optional<Ends>, most_lists> ends_; // in this session
+    std::array<std::uint64_t, most_lists> samples_{};
+    std::optional<Ends> ends_; // of this session
+    Spans spans_;              // of the sessions before
     std::optional<Window> window_, firstWindow_, lastWindow_;
     Regression regression_;        // of this session
     double sumXX_ = 0, sumXY_ = 0; // of the sessions before

@@ -245,10 +245,21 @@ std::optional<CapturedList> CommandReader::list_that_runs(std::uint16_t number) 
     CapturedList captured{number, list.event.value_or(0), stampsAlways_ || list.stamped(),
                           firstPid == firstPids_.end() ? std::uint8_t{0} : firstPid->second,
                           list.odts};
-    for (auto& odt : captured.odts)
-        std::erase_if(odt, [](const a2l::MemoryPlace& entry) { return entry.size == 0; });
-    while (!captured.odts.empty() && captured.odts.back().empty())
-        captured.odts.pop_back();
+    // The slave's own lists need not use all that they have.
+    const auto written = [](const a2l::MemoryPlace& entry) { return entry.size != 0; };
+    if (number < lists_.first_dynamic()) {
+        for (auto& odt : captured.odts)
+            while (!odt.empty() && !written(odt.back()))
+                odt.pop_back();
+        while (!captured.odts.empty() && captured.odts.back().empty())
+            captured.odts.pop_back();
+    }
+    const bool whole =
+        std::all_of(captured.odts.begin(), captured.odts.end(), [&](const auto& odt) {
+            return !odt.empty() && std::all_of(odt.begin(), odt.end(), written);
+        });
+    if (!whole) // a command or its answer is missing: nobody knows what lies where
+        captured.odts.clear();
     return captured;
 }
 

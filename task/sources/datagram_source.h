@@ -33,7 +33,7 @@ class DatagramSink {
     virtual void take(std::span<const std::uint8_t> payload, Arrival arrival) noexcept = 0;
 
     // What follows belongs to another session: the slave's CTR and its clock have begun anew. Says
-    // why, for the one who reads of the gap.
+    // why the slave was away; nothing when the session before was over.
     virtual void begin_session(std::string_view why) noexcept = 0;
 };
 
@@ -60,6 +60,9 @@ class DatagramSource {
     // Hands on what has arrived, then ends the thread. A sink that waits must have been told to
     // stop before.
     virtual void stop() = 0;
+
+    // After stop(): what speaks against the run, a line each.
+    virtual std::vector<std::string> doubts() const { return {}; }
 
     // After stop(): throws Failure or io::FileError when the source had failed.
     virtual void check() const = 0;

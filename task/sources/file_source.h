@@ -35,6 +35,7 @@ class DatagramFile {
     virtual std::uint64_t untold() const { return 0; }
 
     // As of a source.
+    virtual std::vector<std::string> doubts() const { return {}; }
     virtual std::vector<SampleEnd> sample_ends() const { return {}; }
 };
 
@@ -52,6 +53,7 @@ class FileSource : public DatagramSource {
         return {0, file_->foreign(), file_->overloads(), file_->untold()};
     }
     std::vector<SampleEnd> sample_ends() const override { return file_->sample_ends(); }
+    std::vector<std::string> doubts() const override { return file_->doubts(); }
 
   private:
     void deliver_all(const std::stop_token& stop, DatagramSink& sink);

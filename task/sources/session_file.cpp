@@ -3,7 +3,10 @@
 #include "recorded_pace.h"
 #include "xcp/message.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
+#include <set>
 
 namespace task {
 
@@ -29,6 +32,18 @@ std::vector<SampleEnd> SessionFile::sample_ends() const {
             if (!odts.empty())
                 ends.push_back({odts.back().list, odts.back().odt});
     return ends;
+}
+
+std::vector<std::string> SessionFile::doubts() const {
+    std::set<std::uint16_t> lists;
+    for (const SessionLayout& layout : layouts_)
+        lists.insert(layout.unknown.begin(), layout.unknown.end());
+    std::vector<std::string> lines;
+    for (const std::uint16_t list : lists)
+        lines.push_back(fmt::format("DAQ list {} was not decoded: the capture does not have all of "
+                                    "its set-up",
+                                    list));
+    return lines;
 }
 
 // Nothing is waited for between sessions.
@@ -66,7 +81,7 @@ const CapturedSession* SessionFile::session_at(std::uint64_t frame) {
 // Files that were put together may have a later session first; time does not go back for that.
 void SessionFile::enter(const CapturedSession& session, Arrival recorded, DatagramSink& sink) {
     if (current_ != nullptr && session.begins) {
-        sink.begin_session("another session in the capture");
+        sink.begin_session("");
         shift_ = std::max(latest_ - recorded, Arrival::duration::zero());
     }
     current_ = &session;

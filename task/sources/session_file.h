@@ -31,6 +31,7 @@ struct SessionLayout {
     // Where the receiver has the ODTs, by list and ODT of the plan. Of a list without places
     // nothing is asked for.
     std::vector<std::vector<OdtPlace>> places;
+    std::vector<std::uint16_t> unknown; // lists that run, by the slave's numbers, without an entry
 };
 
 class SessionFile : public DatagramFile {
@@ -46,6 +47,7 @@ class SessionFile : public DatagramFile {
     std::uint64_t overloads() const override { return overloads_; }
     std::uint64_t untold() const override { return untold_; }
     std::vector<SampleEnd> sample_ends() const override;
+    std::vector<std::string> doubts() const override;
 
   private:
     const CapturedSession* session_at(std::uint64_t frame);

@@ -5,6 +5,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <stdexcept>
 #include <utility>
 
 namespace task {
@@ -15,7 +16,6 @@ using namespace std::chrono_literals;
 
 constexpr auto look = 20ms;       // how often the slave is looked at
 constexpr auto ask_interval = 1s; // and asked, when it is away
-constexpr int most_refusals = 10; // of another session, until it is given up
 
 } // namespace
 
@@ -58,31 +58,28 @@ void SessionKeeper::recover(const std::stop_token& stop) {
     terminations_ = link_.terminations();
     doubted_ = false;
     set(doing_, "asking the slave");
-    bool there = session_.runs();
+    bool there = try_to([this] { return session_.runs(); });
     while (!there && !stop.stop_requested()) {
         const auto next = std::chrono::steady_clock::now() + ask_interval;
-        there = try_again();
+        there = try_to(beginAgain_);
         if (!there && !sleep_until(next, stop))
             return;
     }
-    refusals_ = 0;
     terminations_ = link_.terminations();
     doubted_ = false;
     known_ = link_.now().count();
     set(doing_, "");
 }
 
-// A slave that is just being switched on may refuse a few times.
-bool SessionKeeper::try_again() {
+// A slave that is just being switched on may refuse, and there may be no way to it for a while.
+bool SessionKeeper::try_to(const std::function<bool()>& act) {
     try {
-        return beginAgain_();
+        return act();
     } catch (const xcp_master::Interrupted&) {
         throw;
     } catch (const xcp_master::Unsuitable&) {
         throw;
-    } catch (const xcp_master::SessionError& error) {
-        if (++refusals_ == most_refusals)
-            throw;
+    } catch (const std::runtime_error& error) { // of the session, or of the system
         set(doing_, std::string(error.what()) + "; trying again");
         return false;
     }

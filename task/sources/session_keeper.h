@@ -43,7 +43,7 @@ class SessionKeeper {
   private:
     void watch(const std::stop_token& stop);
     void recover(const std::stop_token& stop);
-    bool try_again();
+    bool try_to(const std::function<bool()>& act);
     bool is_well();
     std::chrono::nanoseconds silent_for() const;
     void set(std::string& text, const std::string& value);
@@ -56,7 +56,6 @@ class SessionKeeper {
     std::atomic<bool> doubted_ = false;
     std::uint64_t terminations_ = 0;           // that were seen to
     std::atomic<xcp_master::Time::rep> known_; // when the session was last known to be there
-    int refusals_ = 0;                         // in a row
 
     mutable std::mutex mutex_;
     std::string doing_; // guarded by mutex_

@@ -83,7 +83,7 @@ void SlaveLink::receive_datagram(std::span<const std::uint8_t> payload) noexcept
     }
     const std::lock_guard lock(takeMutex_);
     if (take_)
-        take_(payload, steady_clock::now());
+        take_(payload, receiver_.arrived());
 }
 
 void SlaveLink::keep_answers(std::span<const std::uint8_t> payload) {

@@ -48,7 +48,11 @@ SlaveSource::make_plan(const std::vector<xcp_master::WantedList>& lists) {
 // After a failure nothing is to come any more: whoever takes the datagrams may go.
 void SlaveSource::start(DatagramSink& sink) {
     try {
-        session_.start(plan_, [&](const auto& firstPids) { begin(sink, firstPids); });
+        session_.start(plan_, [&](const auto& firstPids) {
+            if (form_) // the start was not answered, and the slave may have begun
+                sink.begin_session("the slave was set up again");
+            begin(sink, firstPids);
+        });
     } catch (const SessionError& error) {
         link_.stop();
         fail(error.what());
@@ -162,6 +166,12 @@ std::vector<DatagramSource::ListInfo> SlaveSource::lists() const {
     for (std::size_t i = 0; i < plan_.lists.size(); ++i)
         lists.push_back({plan_.lists[i].name, properties_.events.at(i).cycle_ns});
     return lists;
+}
+
+std::vector<std::string> SlaveSource::doubts() const {
+    if (endError_.empty())
+        return {};
+    return {"the session did not end in order: " + endError_};
 }
 
 std::vector<std::string> SlaveSource::notes() const {

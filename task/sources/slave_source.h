@@ -46,6 +46,7 @@ class SlaveSource : public DatagramSource {
     bool ended() const override;
     std::string state() const override { return keeper_ ? keeper_->state() : ""; }
     void doubt_session() override;
+    std::vector<std::string> doubts() const override;
     void stop() override;
     void check() const override;
     Losses losses() const override;

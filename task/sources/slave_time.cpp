@@ -35,15 +35,17 @@ std::int64_t SlaveTime::take(std::size_t list, std::uint32_t stamp, Arrival arri
 }
 
 // Near to the last time: up to a second back, else ahead. After a longer pause the host's clock
-// tells how often the timestamp has turned.
+// tells how often the timestamp has turned, unless the two disagree: then it was the datagram that
+// was on its way for so long.
 std::int64_t SlaveTime::after(const Seen& last, std::uint32_t stamp, Arrival arrival) {
     std::int64_t ahead = stamp - static_cast<std::uint32_t>(last.time_ns);
     if (ahead > wrap - second)
         ahead -= wrap;
     const std::int64_t elapsed = nanoseconds(arrival - last.arrival);
-    if (elapsed > 2 * second)
-        ahead +=
-            wrap * std::llround(static_cast<double>(elapsed - ahead) / static_cast<double>(wrap));
+    const std::int64_t turned =
+        wrap * std::llround(static_cast<double>(elapsed - ahead) / static_cast<double>(wrap));
+    if (elapsed > 2 * second && std::abs(elapsed - ahead - turned) < second)
+        ahead += turned;
     return last.time_ns + ahead;
 }
 

@@ -9,8 +9,8 @@ namespace task {
 void UdpSource::start(DatagramSink& sink) {
     try {
         receiver_.emplace(io::UdpSocket(listen_), slave_,
-                          [&sink](const std::uint8_t* data, std::uint64_t length) {
-                              sink.take({data, length}, std::chrono::steady_clock::now());
+                          [this, &sink](const std::uint8_t* data, std::uint64_t length) {
+                              sink.take({data, length}, receiver_->arrived());
                           });
     } catch (const std::system_error& error) {
         throw Failure(ExitStatus::network, error.what());
