@@ -152,7 +152,8 @@ void run(int seconds, const std::string& ending, Sums (*sums_of)(const std::stri
     std::vector<Holding> held;
     for (int second = 1; second < seconds; ++second) {
         std::this_thread::sleep_for(1s);
-        held.push_back(holding_of(task.process()));
+        if (const Holding now = holding_of(task.process()); now.kilobytes > 0) // it has not ended
+            held.push_back(now);
     }
     const auto end = task.wait();
     slave.stop();
