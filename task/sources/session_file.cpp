@@ -39,6 +39,7 @@ std::vector<std::string> SessionFile::doubts() const {
     for (const SessionLayout& layout : layouts_)
         lists.insert(layout.unknown.begin(), layout.unknown.end());
     std::vector<std::string> lines;
+    lines.reserve(lists.size());
     for (const std::uint16_t list : lists)
         lines.push_back(fmt::format("DAQ list {} was not decoded: the capture does not have all of "
                                     "its set-up",
